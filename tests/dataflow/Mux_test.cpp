@@ -1,0 +1,85 @@
+// Fork and Mux: fan-out to every output, selection by control, and the exact
+// composed report for a control value out of range.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "dataflow/Fork.h"
+#include "dataflow/Mux.h"
+
+using namespace TesselModelBuilder;
+
+TEST(Fork, CopiesTheInputToEverySixteenOutputs) {
+    Fork<CircularBuffer<double>> fork;
+    double in = 0.625;
+    std::vector<double> outs(16, -1.0);
+    fork.input.SetBuffer(&in, 1, 1, 0);
+    fork.output.Initialize(16);
+    for (int k = 0; k < 16; ++k) fork.output.Get(k)->SetBuffer(&outs[k], 1, 1, 0);
+    EXPECT_TRUE(fork.Run());
+    EXPECT_EQ(outs, std::vector<double>(16, 0.625));
+
+    Fork<CircularBuffer<double>> empty;  // nothing wired, nothing read
+    EXPECT_TRUE(empty.Run());
+}
+
+TEST(Mux, SetupPropagatesTheBlockSizeAndRejectsBelowOne) {
+    Mux<CircularBuffer<double>> mux;
+    mux.input.Initialize(3);
+    mux.input.Get(1)->SetHistoryDepth(10);
+    mux.BlockSize = 4;
+    EXPECT_TRUE(mux.Setup());
+    EXPECT_EQ(mux.output.GetRate(), 4u);
+    EXPECT_EQ(mux.output.GetHistoryDepth(), 4u);
+    for (int k = 0; k < 3; ++k) EXPECT_EQ(mux.input.Get(k)->GetRate(), 4u);
+    EXPECT_EQ(mux.input.Get(0)->GetHistoryDepth(), 4u);
+    EXPECT_EQ(mux.input.Get(1)->GetHistoryDepth(), 10u);  // only ever raised
+
+    mux.BlockSize = 0;
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(mux.Setup());
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "BlockSize must be >= 1\n");
+}
+
+TEST(Mux, PassesTheSelectedInputBlockThroughTheRing) {
+    Mux<CircularBuffer<double>> mux;
+    std::vector<double> a = {1, 2, 3, 4}, b = {5, 6, 7, 8}, out(3, 0.0);
+    mux.input.Initialize(2);
+    mux.input.Get(0)->SetBuffer(a.data(), 4, 2, 0);
+    mux.input.Get(1)->SetBuffer(b.data(), 4, 2, 3);
+    mux.output.SetBuffer(out.data(), 3, 2, 2);
+    mux.BlockSize = 2;
+    mux.control = 1;
+    EXPECT_TRUE(mux.Run());
+    EXPECT_EQ(out, (std::vector<double>{5, 0, 8}));  // b[3], b[0] into out[2], out[0]
+}
+
+TEST(Mux, OutOfRangeControlIsReportedExactlyAndWritesNothing) {
+    struct Case { int inputs; int control; const char* message; };
+    const Case cases[] = {
+        {16, 16, "Control input signal value is equal to 16.  There are 16 inputs connected.  "
+                 "The valid control input range is [0,15]."},
+        {16, -1, "Control input signal value is equal to -1.  There are 16 inputs connected.  "
+                 "The valid control input range is [0,15]."},
+        {1, -1, "Control input signal value is equal to -1.  There is 1 input connected.  "
+                "The valid control input range is [0,0]."},
+        {2, 2, "Control input signal value is equal to 2.  There are 2 inputs connected.  "
+               "The valid control input range is [0,1]."},
+        {0, 0, "Control input signal value is equal to 0.  There is 0 input connected.  "
+               "The valid control input range is [0,18446744073709551615]."},
+    };
+    for (const Case& c : cases) {
+        Mux<CircularBuffer<double>> mux;
+        std::vector<double> ins(16, 1.0);
+        double out = -7.0;
+        mux.input.Initialize(c.inputs);
+        for (int k = 0; k < c.inputs; ++k) mux.input.Get(k)->SetBuffer(&ins[k], 1, 1, 0);
+        mux.output.SetBuffer(&out, 1, 1, 0);
+        mux.control = c.control;
+        testing::internal::CaptureStderr();
+        EXPECT_FALSE(mux.Run());
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), std::string(c.message) + "\n");
+        EXPECT_EQ(out, -7.0);
+    }
+}
