@@ -32,6 +32,16 @@ bool IsZeroD0(double a0) {
     return static_cast<double>(WrappingAbs(TruncateToInt32(a0))) < 2.2250738585072014e-308;
 }
 
+// Drop the filter state. Run treats a cascade without state as not
+// initialised and leaves its outputs alone, so a host that keeps running a
+// model whose initialisation failed cannot read past the arrays.
+void ReleaseState(double*& state1, double*& state2) {
+    delete[] state1;
+    delete[] state2;
+    state1 = nullptr;
+    state2 = nullptr;
+}
+
 void Post(DFModel* source, const std::ostringstream& text) {
     const std::string message = text.str();
     DFErrorHandler::PostError(source, message.c_str());
@@ -51,6 +61,7 @@ bool BiquadCascade::Initialize() {
         text << "The number of parameter taps must not be zero " << "and must be a multiple of "
              << 6 << " taps. " << "There are currently " << m_iNumTaps << " taps.";
         Post(this, text);
+        ReleaseState(m_pState1, m_pState2);
         return false;
     }
     m_iNumBiquads = static_cast<size_t>(m_iNumTaps) / 6;
@@ -62,6 +73,7 @@ bool BiquadCascade::Initialize() {
             std::ostringstream text;
             text << "The D0 coefficient for biquad number " << (k + 1) << " cannot be zero. ";
             Post(this, text);
+            ReleaseState(m_pState1, m_pState2);
             return false;
         }
         t[0] = t[0] / a0;
@@ -72,10 +84,7 @@ bool BiquadCascade::Initialize() {
         t[3] = 1.0;
     }
 
-    delete[] m_pState1;
-    delete[] m_pState2;
-    m_pState1 = nullptr;
-    m_pState2 = nullptr;
+    ReleaseState(m_pState1, m_pState2);
     m_pState1 = new double[m_iNumBiquads]();
     m_pState2 = new double[m_iNumBiquads]();
 
@@ -91,6 +100,7 @@ bool BiquadCascade::Initialize() {
 }
 
 bool BiquadCascade::Run() {
+    if (m_pState1 == nullptr) return true;
     const size_t outputs = static_cast<size_t>(output.m_iSize);
     double x = input[0];
     for (size_t k = 0; k < m_iNumBiquads; ++k) {

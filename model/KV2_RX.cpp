@@ -1,0 +1,192 @@
+// KV2_RX: parameter mapping, wiring, the static firing schedule and teardown
+// of the receiver graph.
+#include "model/KV2_RX.h"
+
+#include <cstring>
+
+#include "dataflow/DFErrorHandler.h"
+
+namespace TesselModelBuilder {
+
+namespace {
+
+using Connection = double* KV2_RX::*;
+
+// Filter k's output to multiplexer input k.
+const Connection kFilterToMux[KV2_RX::Subnetwork_Subnetwork1::kNumFilters] = {
+    &KV2_RX::m_pBuffer_Subnetwork1_S0_m_dOutput_0__To_Subnetwork1_M9_input_0_,
+    &KV2_RX::m_pBuffer_Subnetwork1_S1_m_dOutput_0__To_Subnetwork1_M9_input_1_,
+    &KV2_RX::m_pBuffer_Subnetwork1_S2_m_dOutput_0__To_Subnetwork1_M9_input_2_,
+    &KV2_RX::m_pBuffer_Subnetwork1_S3_m_dOutput_0__To_Subnetwork1_M9_input_3_,
+    &KV2_RX::m_pBuffer_Subnetwork1_S4_m_dOutput_0__To_Subnetwork1_M9_input_4_,
+    &KV2_RX::m_pBuffer_Subnetwork1_S5_m_dOutput_0__To_Subnetwork1_M9_input_5_,
+    &KV2_RX::m_pBuffer_Subnetwork1_S6_m_dOutput_0__To_Subnetwork1_M9_input_6_,
+    &KV2_RX::m_pBuffer_Subnetwork1_S7_m_dOutput_0__To_Subnetwork1_M9_input_7_,
+    &KV2_RX::m_pBuffer_Subnetwork1_S8_m_dOutput_0__To_Subnetwork1_M9_input_8_,
+    &KV2_RX::m_pBuffer_Subnetwork1_S9_m_dOutput_0__To_Subnetwork1_M9_input_9_,
+    &KV2_RX::m_pBuffer_Subnetwork1_S10_m_dOutput_0__To_Subnetwork1_M9_input_10_,
+    &KV2_RX::m_pBuffer_Subnetwork1_S11_m_dOutput_0__To_Subnetwork1_M9_input_11_,
+    &KV2_RX::m_pBuffer_Subnetwork1_S12_m_dOutput_0__To_Subnetwork1_M9_input_12_,
+    &KV2_RX::m_pBuffer_Subnetwork1_S13_m_dOutput_0__To_Subnetwork1_M9_input_13_,
+    &KV2_RX::m_pBuffer_Subnetwork1_S14_m_dOutput_0__To_Subnetwork1_M9_input_14_,
+    &KV2_RX::m_pBuffer_Subnetwork1_S15_m_dOutput_0__To_Subnetwork1_M9_input_15_};
+
+// Fork output k to filter k's input.
+const Connection kForkToFilter[KV2_RX::Subnetwork_Subnetwork1::kNumFilters] = {
+    &KV2_RX::m_pBuffer_Subnetwork1_input_output_output_0__To_Subnetwork1_S0_m_dInput,
+    &KV2_RX::m_pBuffer_Subnetwork1_input_output_output_1__To_Subnetwork1_S1_m_dInput,
+    &KV2_RX::m_pBuffer_Subnetwork1_input_output_output_2__To_Subnetwork1_S2_m_dInput,
+    &KV2_RX::m_pBuffer_Subnetwork1_input_output_output_3__To_Subnetwork1_S3_m_dInput,
+    &KV2_RX::m_pBuffer_Subnetwork1_input_output_output_4__To_Subnetwork1_S4_m_dInput,
+    &KV2_RX::m_pBuffer_Subnetwork1_input_output_output_5__To_Subnetwork1_S5_m_dInput,
+    &KV2_RX::m_pBuffer_Subnetwork1_input_output_output_6__To_Subnetwork1_S6_m_dInput,
+    &KV2_RX::m_pBuffer_Subnetwork1_input_output_output_7__To_Subnetwork1_S7_m_dInput,
+    &KV2_RX::m_pBuffer_Subnetwork1_input_output_output_8__To_Subnetwork1_S8_m_dInput,
+    &KV2_RX::m_pBuffer_Subnetwork1_input_output_output_9__To_Subnetwork1_S9_m_dInput,
+    &KV2_RX::m_pBuffer_Subnetwork1_input_output_output_10__To_Subnetwork1_S10_m_dInput,
+    &KV2_RX::m_pBuffer_Subnetwork1_input_output_output_11__To_Subnetwork1_S11_m_dInput,
+    &KV2_RX::m_pBuffer_Subnetwork1_input_output_output_12__To_Subnetwork1_S12_m_dInput,
+    &KV2_RX::m_pBuffer_Subnetwork1_input_output_output_13__To_Subnetwork1_S13_m_dInput,
+    &KV2_RX::m_pBuffer_Subnetwork1_input_output_output_14__To_Subnetwork1_S14_m_dInput,
+    &KV2_RX::m_pBuffer_Subnetwork1_input_output_output_15__To_Subnetwork1_S15_m_dInput};
+
+// A fresh one-element connection array attached to every port that shares it.
+// Zeroed so that a port read before its writer fired sees 0.0, not garbage.
+template <typename T, typename... Ports>
+T* Connect(Ports&... ports) {
+    T* storage = new T[1]();
+    (ports.SetBuffer(storage, 1, 1, 0), ...);
+    return storage;
+}
+
+template <typename T>
+void Release(T*& storage) {
+    delete[] storage;
+    storage = nullptr;
+}
+
+void PreparePort(CircularBufferBase& port) {
+    port.SetRate(1);
+    if (port.GetHistoryDepth() == 0) port.SetHistoryDepth(1);
+}
+
+const char kDefaultCorner[] = "Typ";
+constexpr size_t kCornerArraySize = 100;
+constexpr size_t kBankCornerArraySize = 10;
+
+}  // namespace
+
+KV2_RX::KV2_RX() : Corner(new char[kCornerArraySize]()) {
+    std::strcpy(Corner, kDefaultCorner);
+}
+
+KV2_RX::~KV2_RX() {
+    DeleteBuffers();
+    DeleteArrayParameters();
+    delete[] Corner;
+}
+
+bool KV2_RX::RunEquations() {
+    SampleInterval = 1.0 / SampleRate;
+    return true;
+}
+
+bool KV2_RX::Setup() {
+    DeleteArrayParameters();
+    RunEquations();
+
+    Subnetwork1.SampleRate = SampleRate;
+    Subnetwork1.CTLE_setting = EQ;
+    // The bank keeps its own short copy of the corner; it never reads it, so
+    // a longer name is truncated rather than overrunning the array.
+    delete[] Subnetwork1.corner;
+    Subnetwork1.corner = new char[kBankCornerArraySize]();
+    if (Corner != nullptr) std::strncpy(Subnetwork1.corner, Corner, kBankCornerArraySize - 1);
+    bool ok = Subnetwork1.Setup();
+
+    J1.SamplesPerBit = SamplesPerBit;
+    J1.SampleInterval = SampleInterval;
+    J1.Latency = 8;
+    J1.RJ = 0.0;
+    J1.DJ = 0.0;
+    ok = J1.Setup() & ok;
+
+    B2.Bandwidth = 1e11;
+    B2.BesselOrder = 4;
+    B2.NumTaps = 64;
+    B2.SampleRate = SampleRate;
+    B2.FFTSize = 128;
+    ok = B2.Setup() & ok;
+
+    PreparePort(input);
+    PreparePort(output);
+    return ok;
+}
+
+bool KV2_RX::Initialize() {
+    DeleteBuffers();
+    Subnetwork_Subnetwork1& bank = Subnetwork1;
+
+    m_pBuffer_input_To_Subnetwork1_input_output_input =
+        Connect<double>(input_CirBuf, bank.input_output.input);
+    m_pBuffer_B2_Output_To_output = Connect<double>(B2.output, output_CirBuf);
+    m_pBuffer_J1_Output_To_B2_Input = Connect<double>(J1.output, B2.input);
+    for (int k = 0; k < Subnetwork_Subnetwork1::kNumFilters; ++k)
+        this->*kFilterToMux[k] = Connect<double>(*bank.Filter(k).output.Get(0), *bank.M9.input.Get(k));
+    m_pBuffer_Subnetwork1_Dbl_to_Int_at_C9_output_output_To_Subnetwork1_M9_control_CircularBuffer =
+        Connect<int>(bank.Dbl_to_Int_at_C9_output.output, bank.M9_control_CircularBuffer);
+    m_pBuffer_Subnetwork1_C9_output_To_Subnetwork1_Dbl_to_Int_at_C9_output_input =
+        Connect<double>(bank.C9.output, bank.Dbl_to_Int_at_C9_output.input);
+    m_pBuffer_Subnetwork1_M9_output_To_J1_Input = Connect<double>(bank.M9.output, J1.input);
+    for (int k = 0; k < Subnetwork_Subnetwork1::kNumFilters; ++k)
+        this->*kForkToFilter[k] = Connect<double>(*bank.input_output.output.Get(k), bank.Filter(k).input);
+
+    bool ok = J1.Initialize();
+    ok = B2.Initialize() & ok;
+    for (int k = 0; k < Subnetwork_Subnetwork1::kNumFilters; ++k) ok = bank.Filter(k).Initialize() & ok;
+
+    // The constant's own check (its delay must not be negative) decides alone.
+    if (!bank.C9.Initialize()) return false;
+    return ok;
+}
+
+bool KV2_RX::Run() {
+    Subnetwork_Subnetwork1& bank = Subnetwork1;
+    input_CirBuf[0] = input[0];
+    bank.input_output.Run();
+    bool ok = true;
+    for (int k = 0; k < Subnetwork_Subnetwork1::kNumFilters; ++k) ok = bank.Filter(k).Run() & ok;
+    bank.C9.Run();
+    bank.Dbl_to_Int_at_C9_output.Run();
+    bank.M9.control = bank.M9_control_CircularBuffer[0];
+    ok = bank.M9.Run() & ok;
+    ok = J1.Run() & ok;
+    ok = B2.Run() & ok;
+    output[0] = output_CirBuf[0];
+    return ok;
+}
+
+bool KV2_RX::Finalize() {
+    bool ok = J1.Finalize();
+    ok = B2.Finalize() & ok;
+    for (int k = 0; k < Subnetwork_Subnetwork1::kNumFilters; ++k) ok = Subnetwork1.Filter(k).Finalize() & ok;
+    DeleteBuffers();
+    DeleteArrayParameters();
+    return ok;
+}
+
+void KV2_RX::DeleteBuffers() {
+    Release(m_pBuffer_input_To_Subnetwork1_input_output_input);
+    Release(m_pBuffer_B2_Output_To_output);
+    Release(m_pBuffer_J1_Output_To_B2_Input);
+    for (const Connection c : kFilterToMux) Release(this->*c);
+    Release(m_pBuffer_Subnetwork1_Dbl_to_Int_at_C9_output_output_To_Subnetwork1_M9_control_CircularBuffer);
+    Release(m_pBuffer_Subnetwork1_C9_output_To_Subnetwork1_Dbl_to_Int_at_C9_output_input);
+    Release(m_pBuffer_Subnetwork1_M9_output_To_J1_Input);
+    for (const Connection c : kForkToFilter) Release(this->*c);
+}
+
+// No array parameters are released here: Corner lives as long as the model.
+void KV2_RX::DeleteArrayParameters() {}
+
+}  // namespace TesselModelBuilder
