@@ -1,0 +1,172 @@
+// JitterGenerator: bit-phase tracking, per-bit jitter draw, raised-cosine
+// taper and linear-interpolation resampling over a short sample history.
+#include "blocks/JitterGenerator.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "dataflow/DFErrorHandler.h"
+
+namespace TesselModelBuilder {
+
+namespace {
+constexpr unsigned long kJitterSeed = 5489;  // every run draws the same jitter
+constexpr double kPi = 3.141592653589793;
+}  // namespace
+
+JitterGenerator::~JitterGenerator() {
+    delete m_pNormal;
+    delete m_pUniform;
+}
+
+bool JitterGenerator::Setup() {
+    if (!(SamplesPerBit >= 4)) {
+        DFErrorHandler::PostError(this, "SamplesPerBit must be larger than or equal to 4.");
+        return false;
+    }
+    if (0.0 >= SampleInterval) {  // NaN passes
+        DFErrorHandler::PostError(this, "SampleInterval must be a positive number.");
+        return false;
+    }
+    if (Latency < 0 || Latency > SamplesPerBit / 2) {
+        DFErrorHandler::PostError(this,
+            "Latency must be lager than or equal to 0 and smaller than or equal to "
+            "SamplesPerBit / 2.");
+        return false;
+    }
+    m_iHistoryLength = 2 * Latency + 1;
+    if (0.0 > RJ) {
+        DFErrorHandler::PostError(this, "RJ must be larger than or equal to 0.");
+        return false;
+    }
+    if (0.0 > DJ) {
+        DFErrorHandler::PostError(this, "DJ must be larger than or equal to 0.");
+        return false;
+    }
+    return true;
+}
+
+bool JitterGenerator::Initialize() {
+    delete m_pNormal;
+    m_pNormal = new CNormal(0.0, 1.0, kJitterSeed);
+    delete m_pUniform;
+    m_pUniform = new CUniform(-DJ * 0.5, 0.5 * DJ, kJitterSeed);
+
+    // The history starts as W silent samples at the W instants before time 0,
+    // with the bit phases they would have had counting back from the end.
+    const int W = m_iHistoryLength;
+    m_vSamples.assign(W, 0.0);
+    m_vTimes.resize(W);
+    m_vPhases.resize(W);
+    m_vJitters.assign(W, 0.0);
+    for (int i = 0; i < W; ++i) {
+        m_vTimes[i] = static_cast<double>(i - W) * SampleInterval;
+        m_vPhases[i] = SamplesPerBit - ((W - i) % SamplesPerBit);
+    }
+    m_iSampleCount = 0;
+    m_dPrevSample = 0.0;
+    m_iBitPhase = 0;
+    m_dJitter = 0.0;
+    return true;
+}
+
+// Per sample x[n], with Ts the sample interval, L the latency, SPB samples
+// per bit and W = 2L + 1 history entries:
+//   phase  0 on a strict sign change of x, else +1 wrapping at SPB
+//   J      drawn at phase SPB/2: N(0,1)*RJ + U(-DJ/2, DJ/2), clamped to ±Ts(L-1)
+//   w      raised cosine |1 + cos(2 pi t)| / 2 over the bit, t = (p-h)/(SPB-2h+1),
+//          h = L/2, for the entry L samples back (phase p, offset J); 1 elsewhere
+//   tau    w J + (n - L) Ts, clamped into the history's time span
+//   y      linear interpolation of the history at tau
+bool JitterGenerator::Run() {
+    const int W = static_cast<int>(m_vSamples.size());
+    const int L = Latency;
+    // Only a block initialised with its present Latency can run.
+    if (m_pNormal == nullptr || m_pUniform == nullptr || W != 2 * L + 1) return false;
+
+    const double Ts = SampleInterval;
+    const int SPB = SamplesPerBit;
+    const int64_t n = m_iSampleCount;
+    const double x = input[0];
+
+    if (m_dPrevSample * x < 0.0) {
+        m_iBitPhase = 0;
+    } else {
+        ++m_iBitPhase;
+        if (m_iBitPhase >= SPB) m_iBitPhase = 0;
+    }
+    m_dPrevSample = x;
+
+    if (m_iBitPhase == SPB / 2) {
+        const double random = (*m_pNormal)();
+        const double deterministic = (*m_pUniform)();
+        double j = random * RJ + deterministic;
+        if (j > Ts * (L - 1))
+            j = Ts * (L - 1);
+        else if ((-Ts) * (L - 1) > j)
+            j = (-Ts) * (L - 1);
+        m_dJitter = j;
+    }
+
+    for (int i = 0; i + 1 < W; ++i) {
+        m_vSamples[i] = m_vSamples[i + 1];
+        m_vTimes[i] = m_vTimes[i + 1];
+        m_vPhases[i] = m_vPhases[i + 1];
+        m_vJitters[i] = m_vJitters[i + 1];
+    }
+    m_vSamples[W - 1] = x;
+    m_vTimes[W - 1] = static_cast<double>(n) * Ts;
+    m_vPhases[W - 1] = m_iBitPhase;
+    m_vJitters[W - 1] = m_dJitter;
+
+    m_iSampleCount = n + 1;
+
+    if (W == 1) {  // Latency 0: the history is the present sample alone
+        output[0] = x;
+        return true;
+    }
+
+    const int d = (W - 1) - L;
+    const int p = m_vPhases[d];
+    const double J = m_vJitters[d];
+
+    const int h = L / 2;
+    double w = 1.0;
+    if (h <= p && p <= SPB - h) {
+        const double t = static_cast<double>(p - h) / static_cast<double>(SPB - 2 * h + 1);
+        w = std::fabs(1.0 + std::cos(2.0 * t * kPi)) * 0.5;
+    }
+
+    const double first = m_vTimes[0];
+    const double last = m_vTimes[W - 1];
+    double tau = w * J + static_cast<double>(n - L) * Ts;
+    tau = std::min(last, std::max(first, tau));
+
+    // Truncation toward zero; the last interval also serves tau == last. The
+    // range guard only matters for a non-finite Ts, where it keeps the
+    // indices inside the history.
+    const double position = (tau - first) / Ts;
+    int k;
+    if (!(position >= 0.0))
+        k = 0;
+    else if (position >= static_cast<double>(W - 1))
+        k = W - 2;
+    else
+        k = static_cast<int>(position);
+    const int i = k + 1;
+
+    const std::vector<double>& s = m_vSamples;
+    const std::vector<double>& tm = m_vTimes;
+    output[0] = ((tau - tm[i - 1]) * (s[i] - s[i - 1])) / (tm[i] - tm[i - 1]) + s[i - 1];
+    return true;
+}
+
+bool JitterGenerator::Finalize() {
+    delete m_pNormal;
+    m_pNormal = nullptr;
+    delete m_pUniform;
+    m_pUniform = nullptr;
+    return true;
+}
+
+}  // namespace TesselModelBuilder

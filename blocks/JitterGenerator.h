@@ -1,0 +1,53 @@
+// JitterGenerator: resamples a serial-data waveform at jittered instants.
+//
+// The bit phase is tracked from the zero crossings of the input; once per bit,
+// at mid-bit, a timing offset is drawn (Gaussian part scaled by RJ plus a
+// uniform part of width DJ), tapered by a raised cosine over the bit so that
+// it acts around the transitions, and the output is the input linearly
+// interpolated at the displaced instant Latency samples in the past. With
+// RJ = DJ = 0 the block is a Latency-sample delay.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "blocks/RandomNumberGenerator.h"
+#include "dataflow/CircularBuffer.h"
+#include "dataflow/DFModel.h"
+
+namespace TesselModelBuilder {
+
+class JitterGenerator : public DFModel {
+public:
+    CircularBuffer<double> input;   // one sample per firing
+    CircularBuffer<double> output;  // one sample per firing
+    int SamplesPerBit = 16;         // samples in one unit interval, >= 4
+    double SampleInterval = 1e-10;  // Ts, seconds between samples
+    int m_iHistoryLength = 5;       // W = 2 * Latency + 1, set by Setup
+    int Latency = 8;                // L, output delay in samples, 0 .. SamplesPerBit / 2
+    double RJ = 0.0;                // random jitter, standard deviation in seconds
+    double DJ = 0.0;                // deterministic jitter, peak-to-peak in seconds
+    CNormal* m_pNormal = nullptr;   // owned; RJ draws
+    CUniform* m_pUniform = nullptr; // owned; DJ draws on [-DJ/2, DJ/2]
+    int64_t m_iSampleCount = 0;     // n, samples processed since Initialize
+    std::vector<double> m_vSamples; // last W input samples, oldest first
+    std::vector<double> m_vTimes;   // their times, seconds (n * Ts)
+    std::vector<int> m_vPhases;     // their bit phases
+    std::vector<double> m_vJitters; // offset in force when each was taken, seconds
+    double m_dPrevSample = 0.0;     // x[n-1], for the sign-change test
+    int m_iBitPhase = 0;            // position in the current bit, 0 .. SamplesPerBit - 1
+    double m_dJitter = 0.0;         // offset of the current bit, seconds
+
+    JitterGenerator() = default;
+    // The generators are owned through raw pointers: no copies.
+    JitterGenerator(const JitterGenerator&) = delete;
+    JitterGenerator& operator=(const JitterGenerator&) = delete;
+    ~JitterGenerator() override;
+
+    bool Setup() override;
+    bool Initialize() override;
+    bool Run() override;
+    bool Finalize() override;
+};
+
+}  // namespace TesselModelBuilder
