@@ -5,9 +5,8 @@
 // simulator, so each entry point catches at the boundary and fails cleanly.
 #include "ami/KV2_RX_AMI.h"
 
-#include <cmath>
 #include <exception>
-#include <new>
+#include <string>
 
 #include "ami/AMIContainer.h"
 #include "amiparams/ParamParser.h"
@@ -15,6 +14,10 @@
 namespace {
 
 using TesselModelBuilder::AMI::ParamParser;
+
+// Said when there is no instance to hold a message; a constant, not state.
+char kNoHandleMessage[] =
+    "The IBIS-AMI model, KV2_RX, cannot initialize: AMI_memory_handle is null. ";
 
 std::string NotFoundMessage(const char* parameter) {
     return std::string("The IBIS-AMI model, KV2_RX, is unable to initialize the parameter ") +
@@ -45,16 +48,20 @@ void ReleasePort(TesselModelBuilder::CircularBuffer<double>& port) {
 
 long InitInstance(AMIContainer& c, const char* parameters, double sample_interval, double bit_time) {
     TesselModelBuilder::KV2_RX& model = c.cTesselModel;
-    ParamParser parser(parameters);
     c.iSamplesPerBit = SamplesPerBitFrom(sample_interval, bit_time);
+    AttachPort(model.input, new double[1]());
+    AttachPort(model.output, new double[1]());
+    if (parameters == nullptr) {
+        c.sMessage += "The IBIS-AMI model, KV2_RX, received no parameter text (AMI_parameters_in is null). ";
+        return 0;
+    }
 
+    ParamParser parser(parameters);
     if (!parser.GetValue(model.SampleRate, "KV2_RX.SampleRate")) c.sMessage += NotFoundMessage("SampleRate");
     if (!parser.GetValue(model.EQ, "KV2_RX.EQ")) c.sMessage += NotFoundMessage("EQ");
-    if (!parser.GetValue(model.SamplesPerBit, "KV2_RX.SamplesPerBit")) c.sMessage += NotFoundMessage("SamplesPerBit");
+    if (!parser.GetValue(model.SamplesPerBit, "KV2_RX.SamplesPerBit"))
+        c.sMessage += NotFoundMessage("SamplesPerBit");
     if (!parser.GetValue(model.Corner, "KV2_RX.Corner")) c.sMessage += NotFoundMessage("Corner");
-
-    AttachPort(model.input, new double[1]);
-    AttachPort(model.output, new double[1]);
 
     if (!model.Setup()) {
         c.sMessage += "Error occurred in KV2_RX::Setup(). ";
@@ -63,6 +70,24 @@ long InitInstance(AMIContainer& c, const char* parameters, double sample_interva
     if (!model.Initialize()) {
         c.sMessage += "Error occurred in KV2_RX::Initialize(). ";
         return 0;
+    }
+    c.bBlockPath = model.CanRunBlock();
+    return 1;
+}
+
+// The specified per-sample loop: one Run per sample, stopping at the first
+// failure with the remaining samples left as they were.
+long RunPerSample(AMIContainer& c, double* wave, long wave_size) {
+    TesselModelBuilder::KV2_RX& model = c.cTesselModel;
+    double* in = static_cast<double*>(model.input.m_pBuffer);
+    const double* out = static_cast<const double*>(model.output.m_pBuffer);
+    for (long i = 0; i < wave_size; ++i) {
+        in[model.input.m_iCurrent] = wave[i];
+        if (!model.Run()) {
+            c.sLaterMessages += "Error occurred in KV2_RX::Run(). ";
+            return 0;
+        }
+        wave[i] = out[model.output.m_iCurrent];
     }
     return 1;
 }
@@ -74,49 +99,47 @@ extern "C" {
 long AMI_Init(double* /*impulse_matrix*/, long /*row_size*/, long /*aggressors*/,
               double sample_interval, double bit_time, char* AMI_parameters_in,
               char** /*AMI_parameters_out*/, void** AMI_memory_handle, char** msg) {
-    if (AMI_memory_handle == nullptr) return 0;
+    if (AMI_memory_handle == nullptr) {
+        if (msg != nullptr) *msg = kNoHandleMessage;
+        return 0;
+    }
     AMIContainer* c = nullptr;
     long result = 0;
     try {
         c = new AMIContainer;
-        result = InitInstance(*c, AMI_parameters_in != nullptr ? AMI_parameters_in : "",
-                              sample_interval, bit_time);
+        result = InitInstance(*c, AMI_parameters_in, sample_interval, bit_time);
     } catch (const std::exception&) {
-        if (c == nullptr) {
-            *AMI_memory_handle = nullptr;
-            return 0;
-        }
+        // Out of memory part-way: the instance is kept so that AMI_Close frees it.
         result = 0;
+        if (c != nullptr) {
+            c->bBlockPath = false;
+            try {
+                c->sMessage += "The IBIS-AMI model, KV2_RX, ran out of memory while initializing. ";
+            } catch (const std::exception&) {
+            }
+        }
     }
     *AMI_memory_handle = c;
-    if (msg != nullptr && !c->sMessage.empty()) *msg = c->sMessage.data();
+    if (msg != nullptr && c != nullptr && !c->sMessage.empty()) *msg = c->sMessage.data();
     return result;
 }
 
 long AMI_GetWave(double* wave, long wave_size, double* clock_times, char** /*AMI_parameters_out*/,
                  void* AMI_memory) {
-    AMIContainer* c = static_cast<AMIContainer*>(AMI_memory);
+    AMIContainer* c = AMIContainer::FromHandle(AMI_memory);
     if (c == nullptr || wave_size < 0 || (wave == nullptr && wave_size > 0)) return 0;
-    TesselModelBuilder::KV2_RX& model = c->cTesselModel;
     // A model whose Setup failed was never wired: there is nothing to run.
-    if (!model.IsWired()) return 0;
-    try {
-        c->vClockTimes.resize(static_cast<size_t>(wave_size) + 1);
-    } catch (const std::exception&) {
-        return 0;
-    }
+    if (!c->cTesselModel.IsWired()) return 0;
 
     long result = 1;
-    double* in = static_cast<double*>(model.input.m_pBuffer);
-    const double* out = static_cast<const double*>(model.output.m_pBuffer);
-    for (long i = 0; i < wave_size; ++i) {
-        in[model.input.m_iCurrent] = wave[i];
-        if (!model.Run()) {
-            c->sLaterMessages += "Error occurred in KV2_RX::Run(). ";
-            result = 0;
-            break;
-        }
-        wave[i] = out[model.output.m_iCurrent];
+    try {
+        if (c->vClockTimes.empty()) c->vClockTimes.resize(1);
+        if (c->bBlockPath)
+            c->cTesselModel.RunBlock(wave, static_cast<size_t>(wave_size), c->eSimdLevel);
+        else
+            result = RunPerSample(*c, wave, wave_size);
+    } catch (const std::exception&) {
+        return 0;
     }
 
     // No clock times are produced: -1 in the first slot ends the list. Only
@@ -128,7 +151,7 @@ long AMI_GetWave(double* wave, long wave_size, double* clock_times, char** /*AMI
 }
 
 long AMI_Close(void* AMI_memory) {
-    AMIContainer* c = static_cast<AMIContainer*>(AMI_memory);
+    AMIContainer* c = AMIContainer::FromHandle(AMI_memory);
     if (c == nullptr) return 0;
     long result = 1;
     try {
@@ -141,6 +164,7 @@ long AMI_Close(void* AMI_memory) {
     }
     ReleasePort(c->cTesselModel.input);
     ReleasePort(c->cTesselModel.output);
+    c->uCookie = 0;
     delete c;
     return result;
 }

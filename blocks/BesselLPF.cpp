@@ -5,7 +5,10 @@
 // recurrence), as in Press et al., Numerical Recipes, ch. 12.2.
 #include "blocks/BesselLPF.h"
 
+#include <algorithm>
 #include <cmath>
+
+#include "blocks/FirKernels.h"
 
 #include "dataflow/DFErrorHandler.h"
 
@@ -110,11 +113,15 @@ bool BesselLPF::Initialize() {
 // y[t] = sum_{k=0}^{T-1} taps[k] x[t-k]. The newest sample sits at the delay
 // index and older ones follow it, so the sum runs from the index to the end
 // of the line and then wraps to its start: two loops instead of a modulo.
-bool BesselLPF::Run() {
+bool BesselLPF::IsDesigned() const {
     const int T = static_cast<int>(m_vTaps.size());
-    if (T == 0 || m_vDelayLine.size() != m_vTaps.size() || m_iDelayIndex < 0 ||
-        m_iDelayIndex >= T)
-        return false;  // not designed
+    return T != 0 && m_vDelayLine.size() == m_vTaps.size() && m_iDelayIndex >= 0 &&
+           m_iDelayIndex < T;
+}
+
+bool BesselLPF::Run() {
+    if (!IsDesigned()) return false;
+    const int T = static_cast<int>(m_vTaps.size());
 
     const int index = m_iDelayIndex;
     const double* taps = m_vTaps.data();
@@ -127,6 +134,31 @@ bool BesselLPF::Run() {
     for (int i = 0; i < index; ++i) y += taps[T - index + i] * line[i];
 
     m_iDelayIndex = (index + T - 1) % T;
+    return true;
+}
+
+// The delay line holds x[t-k] at (index + k) mod T before firing t stores
+// x[t] at index; the block path unrolls it into a flat history, runs the sums
+// there, and folds the newest samples back where n firings would have put them.
+bool BesselLPF::RunBlock(const double* in, double* out, size_t n, SimdLevel level) {
+    if (!IsDesigned()) return false;
+    if (n == 0) return true;
+    const size_t T = m_vTaps.size();
+    const size_t index = static_cast<size_t>(m_iDelayIndex);
+    double* line = m_vDelayLine.data();
+
+    m_vBlockInput.resize(T - 1 + n);
+    double* x = m_vBlockInput.data();
+    for (size_t k = 1; k < T; ++k) x[T - 1 - k] = line[(index + k) % T];
+    std::copy(in, in + n, x + (T - 1));
+
+    FirBlock(level, m_vTaps.data(), T, x, out, n);
+
+    // Firing i stores its sample at (index - i) mod T.
+    const size_t kept = n < T ? n : T;
+    for (size_t i = n - kept; i < n; ++i) line[(index + T - i % T) % T] = in[i];
+    m_iDelayIndex = static_cast<int32_t>((index + T - n % T) % T);
+    output[0] = out[n - 1];
     return true;
 }
 

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "blocks/SimdLevel.h"
 #include "dataflow/CircularBuffer.h"
 #include "dataflow/DFModel.h"
 
@@ -34,6 +35,12 @@ public:
     bool Run() override;
     bool Finalize() override;
 
+    // n firings at once: in[i] is the input of firing i, out[i] its output.
+    // Same sums in the same order as Run and the same state afterwards; the
+    // level only chooses how many output samples are computed side by side.
+    // Returns false, touching nothing, where Run would fail.
+    bool RunBlock(const double* in, double* out, size_t n, SimdLevel level);
+
     // Bessel polynomial of the given order at s (orders outside 1..6 use 6).
     std::complex<double> BesselPoly(int order, std::complex<double> s);
     // n-point complex FFT of data in place: sign 1 is the unscaled forward
@@ -47,6 +54,10 @@ public:
     // Circular convolution of n points by transform: data becomes data (*) kernel.
     void fft_conv(std::vector<std::complex<double>>& data,
                   const std::vector<std::complex<double>>& kernel, int n);
+
+private:
+    bool IsDesigned() const;
+    std::vector<double> m_vBlockInput;    // block-path scratch: T - 1 past inputs, then the block
 };
 
 }  // namespace TesselModelBuilder

@@ -33,6 +33,12 @@ public:
     // One input sample through every biquad; always true.
     bool Run() override;
     bool Finalize() override;
+
+    // n firings at once: in[i] is the input of firing i, out[i] receives what
+    // output element 0 would (the last biquad's output). Same operations in
+    // the same order as Run, and the same state afterwards, output ports
+    // included.
+    void RunBlock(const double* in, double* out, size_t n);
 };
 
 }  // namespace TesselModelBuilder

@@ -78,26 +78,24 @@ bool JitterGenerator::Initialize() {
 //          h = L/2, for the entry L samples back (phase p, offset J); 1 elsewhere
 //   tau    w J + (n - L) Ts, clamped into the history's time span
 //   y      linear interpolation of the history at tau
-bool JitterGenerator::Run() {
-    const int W = static_cast<int>(m_vSamples.size());
-    const int L = Latency;
+bool JitterGenerator::IsReady() const {
     // Only a block initialised with its present Latency can run.
-    if (m_pNormal == nullptr || m_pUniform == nullptr || W != 2 * L + 1) return false;
+    return m_pNormal != nullptr && m_pUniform != nullptr &&
+           static_cast<int>(m_vSamples.size()) == 2 * Latency + 1;
+}
 
-    const double Ts = SampleInterval;
-    const int SPB = SamplesPerBit;
-    const int64_t n = m_iSampleCount;
-    const double x = input[0];
-
+void JitterGenerator::Track(double x) {
     if (m_dPrevSample * x < 0.0) {
         m_iBitPhase = 0;
     } else {
         ++m_iBitPhase;
-        if (m_iBitPhase >= SPB) m_iBitPhase = 0;
+        if (m_iBitPhase >= SamplesPerBit) m_iBitPhase = 0;
     }
     m_dPrevSample = x;
 
-    if (m_iBitPhase == SPB / 2) {
+    if (m_iBitPhase == SamplesPerBit / 2) {
+        const double Ts = SampleInterval;
+        const int L = Latency;
         const double random = (*m_pNormal)();
         const double deterministic = (*m_pUniform)();
         double j = random * RJ + deterministic;
@@ -107,39 +105,36 @@ bool JitterGenerator::Run() {
             j = (-Ts) * (L - 1);
         m_dJitter = j;
     }
+}
 
-    for (int i = 0; i + 1 < W; ++i) {
-        m_vSamples[i] = m_vSamples[i + 1];
-        m_vTimes[i] = m_vTimes[i + 1];
-        m_vPhases[i] = m_vPhases[i + 1];
-        m_vJitters[i] = m_vJitters[i + 1];
-    }
-    m_vSamples[W - 1] = x;
-    m_vTimes[W - 1] = static_cast<double>(n) * Ts;
-    m_vPhases[W - 1] = m_iBitPhase;
-    m_vJitters[W - 1] = m_dJitter;
+double JitterGenerator::Resample(int64_t n, const double* s, const double* tm, const int* phases,
+                                 const double* jitters) const {
+    const int W = 2 * Latency + 1;
+    if (W == 1) return s[0];  // Latency 0: the history is the present sample alone
 
-    m_iSampleCount = n + 1;
-
-    if (W == 1) {  // Latency 0: the history is the present sample alone
-        output[0] = x;
-        return true;
-    }
-
+    const double Ts = SampleInterval;
+    const int L = Latency;
+    const int SPB = SamplesPerBit;
     const int d = (W - 1) - L;
-    const int p = m_vPhases[d];
-    const double J = m_vJitters[d];
+    const int p = phases[d];
+    const double J = jitters[d];
 
-    const int h = L / 2;
-    double w = 1.0;
-    if (h <= p && p <= SPB - h) {
-        const double t = static_cast<double>(p - h) / static_cast<double>(SPB - 2 * h + 1);
-        w = std::fabs(1.0 + std::cos(2.0 * t * kPi)) * 0.5;
+    // w * J is J itself when J is zero (w is finite and not negative), so the
+    // taper is only evaluated for a real offset.
+    double wJ = J;
+    if (J != 0.0) {
+        const int h = L / 2;
+        double w = 1.0;
+        if (h <= p && p <= SPB - h) {
+            const double t = static_cast<double>(p - h) / static_cast<double>(SPB - 2 * h + 1);
+            w = std::fabs(1.0 + std::cos(2.0 * t * kPi)) * 0.5;
+        }
+        wJ = w * J;
     }
 
-    const double first = m_vTimes[0];
-    const double last = m_vTimes[W - 1];
-    double tau = w * J + static_cast<double>(n - L) * Ts;
+    const double first = tm[0];
+    const double last = tm[W - 1];
+    double tau = wJ + static_cast<double>(n - L) * Ts;
     tau = std::min(last, std::max(first, tau));
 
     // Truncation toward zero; the last interval also serves tau == last. The
@@ -154,10 +149,70 @@ bool JitterGenerator::Run() {
     else
         k = static_cast<int>(position);
     const int i = k + 1;
+    return ((tau - tm[i - 1]) * (s[i] - s[i - 1])) / (tm[i] - tm[i - 1]) + s[i - 1];
+}
 
-    const std::vector<double>& s = m_vSamples;
-    const std::vector<double>& tm = m_vTimes;
-    output[0] = ((tau - tm[i - 1]) * (s[i] - s[i - 1])) / (tm[i] - tm[i - 1]) + s[i - 1];
+bool JitterGenerator::Run() {
+    if (!IsReady()) return false;
+    const int W = static_cast<int>(m_vSamples.size());
+    const int64_t n = m_iSampleCount;
+    const double x = input[0];
+
+    Track(x);
+    for (int i = 0; i + 1 < W; ++i) {
+        m_vSamples[i] = m_vSamples[i + 1];
+        m_vTimes[i] = m_vTimes[i + 1];
+        m_vPhases[i] = m_vPhases[i + 1];
+        m_vJitters[i] = m_vJitters[i + 1];
+    }
+    m_vSamples[W - 1] = x;
+    m_vTimes[W - 1] = static_cast<double>(n) * SampleInterval;
+    m_vPhases[W - 1] = m_iBitPhase;
+    m_vJitters[W - 1] = m_dJitter;
+    m_iSampleCount = n + 1;
+
+    output[0] = Resample(n, m_vSamples.data(), m_vTimes.data(), m_vPhases.data(), m_vJitters.data());
+    return true;
+}
+
+bool JitterGenerator::RunBlock(const double* in, double* out, size_t n) {
+    if (!IsReady()) return false;
+    if (n == 0) return true;
+    const size_t W = m_vSamples.size();
+    const int64_t n0 = m_iSampleCount;
+
+    // Lay the history and the block out flat, so that firing i sees the
+    // window [i + 1, i + W] without any shifting.
+    m_vBlockSamples.resize(W + n);
+    m_vBlockTimes.resize(W + n);
+    m_vBlockPhases.resize(W + n);
+    m_vBlockJitters.resize(W + n);
+    double* s = m_vBlockSamples.data();
+    double* tm = m_vBlockTimes.data();
+    int* ph = m_vBlockPhases.data();
+    double* jt = m_vBlockJitters.data();
+    std::copy(m_vSamples.begin(), m_vSamples.end(), s);
+    std::copy(m_vTimes.begin(), m_vTimes.end(), tm);
+    std::copy(m_vPhases.begin(), m_vPhases.end(), ph);
+    std::copy(m_vJitters.begin(), m_vJitters.end(), jt);
+
+    for (size_t i = 0; i < n; ++i) {
+        Track(in[i]);
+        const size_t q = W + i;
+        s[q] = in[i];
+        tm[q] = static_cast<double>(n0 + static_cast<int64_t>(i)) * SampleInterval;
+        ph[q] = m_iBitPhase;
+        jt[q] = m_dJitter;
+    }
+    for (size_t i = 0; i < n; ++i)
+        out[i] = Resample(n0 + static_cast<int64_t>(i), s + i + 1, tm + i + 1, ph + i + 1, jt + i + 1);
+
+    std::copy(s + n, s + n + W, m_vSamples.begin());
+    std::copy(tm + n, tm + n + W, m_vTimes.begin());
+    std::copy(ph + n, ph + n + W, m_vPhases.begin());
+    std::copy(jt + n, jt + n + W, m_vJitters.begin());
+    m_iSampleCount = n0 + static_cast<int64_t>(n);
+    output[0] = out[n - 1];
     return true;
 }
 

@@ -48,6 +48,25 @@ public:
     bool Initialize() override;
     bool Run() override;
     bool Finalize() override;
+
+    // n firings at once: in[i] is the input of firing i, out[i] its output.
+    // Same operations in the same order as Run and the same state afterwards.
+    // Returns false, touching nothing, where Run would fail.
+    bool RunBlock(const double* in, double* out, size_t n);
+
+private:
+    bool IsReady() const;
+    // Bit phase and, at mid-bit, a new jitter offset for input sample x.
+    void Track(double x);
+    // The output of firing n from a history window of W entries, oldest first.
+    double Resample(int64_t n, const double* samples, const double* times, const int* phases,
+                    const double* jitters) const;
+
+    // Block-path scratch: the history followed by the block, laid out flat.
+    std::vector<double> m_vBlockSamples;
+    std::vector<double> m_vBlockTimes;
+    std::vector<int> m_vBlockPhases;
+    std::vector<double> m_vBlockJitters;
 };
 
 }  // namespace TesselModelBuilder

@@ -2,6 +2,7 @@
 // of the receiver graph.
 #include "model/KV2_RX.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "dataflow/DFErrorHandler.h"
@@ -184,6 +185,38 @@ void KV2_RX::DeleteBuffers() {
     Release(m_pBuffer_Subnetwork1_C9_output_To_Subnetwork1_Dbl_to_Int_at_C9_output_input);
     Release(m_pBuffer_Subnetwork1_M9_output_To_J1_Input);
     for (const Connection c : kForkToFilter) Release(this->*c);
+}
+
+bool KV2_RX::CanRunBlock() const {
+    return IsWired() && EQ >= 0 && EQ < Subnetwork_Subnetwork1::kNumFilters &&
+           Subnetwork1.CTLE_setting == EQ && Subnetwork1.C9.m_iInitialDelay == 0;
+}
+
+void KV2_RX::RunBlock(double* wave, size_t n, SimdLevel level) {
+    if (n == 0) return;
+    Subnetwork_Subnetwork1& bank = Subnetwork1;
+    SDomainIIR& filter = bank.Filter(EQ);
+    m_vBlockScratch.resize(2 * kBlockChunk);
+    double* filtered = m_vBlockScratch.data();
+    double* delayed = filtered + kBlockChunk;
+    for (size_t at = 0; at < n; at += kBlockChunk) {
+        const size_t m = std::min(kBlockChunk, n - at);
+        double* chunk = wave + at;
+        const double last = chunk[m - 1];
+        filter.RunBlock(chunk, filtered, m);
+        J1.RunBlock(filtered, delayed, m);
+        B2.RunBlock(delayed, chunk, m, level);
+
+        // Leave every port of the live graph as the last firing would.
+        input_CirBuf[0] = last;
+        for (int k = 0; k < Subnetwork_Subnetwork1::kNumFilters; ++k) (*bank.input_output.output.Get(k))[0] = last;
+        bank.C9.iSampleCount += m;
+        bank.C9.output[0] = bank.C9.Value;
+        bank.Dbl_to_Int_at_C9_output.output[0] = EQ;
+        bank.M9.control = EQ;
+        bank.M9.output[0] = filtered[m - 1];
+    }
+    output[0] = output_CirBuf[0];
 }
 
 // No array parameters are released here: Corner lives as long as the model.

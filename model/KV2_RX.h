@@ -6,9 +6,13 @@
 // one-sample array shared by the writer's and the reader's port.
 #pragma once
 
+#include <cstddef>
+#include <vector>
+
 #include "blocks/BesselLPF.h"
 #include "blocks/JitterGenerator.h"
 #include "blocks/SDomainIIR.h"
+#include "blocks/SimdLevel.h"
 #include "dataflow/CircularBuffer.h"
 #include "dataflow/ConstUnTimed.h"
 #include "dataflow/DFModel.h"
@@ -132,6 +136,19 @@ public:
     void DeleteArrayParameters();
     // True once Initialize has wired the graph (and until Finalize unwires it).
     bool IsWired() const { return m_pBuffer_input_To_Subnetwork1_input_output_input != nullptr; }
+
+    // Block path: the same output, bit for bit, as n calls of Run with
+    // wave[i] on the input port, written back into wave. Only the live
+    // branch is evaluated (the selected filter, J1, B2): the multiplexer
+    // passes nothing else on. Valid when the model initialised successfully
+    // and EQ selects one of the sixteen filters; the ports and the live
+    // blocks are left as the per-sample path leaves them.
+    bool CanRunBlock() const;
+    void RunBlock(double* wave, size_t n, SimdLevel level);
+
+private:
+    static constexpr size_t kBlockChunk = 1024;  // samples per pass; bounds the scratch
+    std::vector<double> m_vBlockScratch;         // 2 * kBlockChunk: filter and delay outputs
 };
 
 }  // namespace TesselModelBuilder
