@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "blocks/JitterKernels.h"
 #include "dataflow/DFErrorHandler.h"
 
 namespace TesselModelBuilder {
@@ -92,19 +93,20 @@ void JitterGenerator::Track(double x) {
         if (m_iBitPhase >= SamplesPerBit) m_iBitPhase = 0;
     }
     m_dPrevSample = x;
+    if (m_iBitPhase == SamplesPerBit / 2) m_dJitter = DrawJitter();
+}
 
-    if (m_iBitPhase == SamplesPerBit / 2) {
-        const double Ts = SampleInterval;
-        const int L = Latency;
-        const double random = (*m_pNormal)();
-        const double deterministic = (*m_pUniform)();
-        double j = random * RJ + deterministic;
-        if (j > Ts * (L - 1))
-            j = Ts * (L - 1);
-        else if ((-Ts) * (L - 1) > j)
-            j = (-Ts) * (L - 1);
-        m_dJitter = j;
-    }
+double JitterGenerator::DrawJitter() {
+    const double Ts = SampleInterval;
+    const int L = Latency;
+    const double random = (*m_pNormal)();
+    const double deterministic = (*m_pUniform)();
+    double j = random * RJ + deterministic;
+    if (j > Ts * (L - 1))
+        j = Ts * (L - 1);
+    else if ((-Ts) * (L - 1) > j)
+        j = (-Ts) * (L - 1);
+    return j;
 }
 
 double JitterGenerator::Resample(int64_t n, const double* s, const double* tm, const int* phases,
@@ -175,7 +177,27 @@ bool JitterGenerator::Run() {
     return true;
 }
 
-bool JitterGenerator::RunBlock(const double* in, double* out, size_t n) {
+namespace {
+
+struct FlatHistory {
+    const JitterGenerator* block;
+    const double* samples;
+    const double* times;
+    const int* phases;
+    const double* jitters;
+    int64_t firstFiring;
+    double* out;
+};
+
+}  // namespace
+
+void JitterGenerator::ResampleOne(void* context, size_t i) {
+    const FlatHistory& h = *static_cast<const FlatHistory*>(context);
+    h.out[i] = h.block->Resample(h.firstFiring + static_cast<int64_t>(i), h.samples + i + 1,
+                                 h.times + i + 1, h.phases + i + 1, h.jitters + i + 1);
+}
+
+bool JitterGenerator::RunBlock(const double* in, double* out, size_t n, SimdLevel level) {
     if (!IsReady()) return false;
     if (n == 0) return true;
     const size_t W = m_vSamples.size();
@@ -196,16 +218,37 @@ bool JitterGenerator::RunBlock(const double* in, double* out, size_t n) {
     std::copy(m_vPhases.begin(), m_vPhases.end(), ph);
     std::copy(m_vJitters.begin(), m_vJitters.end(), jt);
 
+    // Bit phase and offsets: sequential, as Track does it, with the state in
+    // locals.
+    double prev = m_dPrevSample;
+    int phase = m_iBitPhase;
+    double jitter = m_dJitter;
+    const int SPB = SamplesPerBit;
+    const int mid = SPB / 2;
+    const double Ts = SampleInterval;
     for (size_t i = 0; i < n; ++i) {
-        Track(in[i]);
+        const double x = in[i];
+        if (prev * x < 0.0) {
+            phase = 0;
+        } else {
+            ++phase;
+            if (phase >= SPB) phase = 0;
+        }
+        prev = x;
+        if (phase == mid) jitter = DrawJitter();
         const size_t q = W + i;
-        s[q] = in[i];
-        tm[q] = static_cast<double>(n0 + static_cast<int64_t>(i)) * SampleInterval;
-        ph[q] = m_iBitPhase;
-        jt[q] = m_dJitter;
+        s[q] = x;
+        ph[q] = phase;
+        jt[q] = jitter;
     }
-    for (size_t i = 0; i < n; ++i)
-        out[i] = Resample(n0 + static_cast<int64_t>(i), s + i + 1, tm + i + 1, ph + i + 1, jt + i + 1);
+    m_dPrevSample = prev;
+    m_iBitPhase = phase;
+    m_dJitter = jitter;
+    FillTimes(level, tm + W, n0, n, Ts);
+
+    FlatHistory history{this, s, tm, ph, jt, n0, out};
+    const JitterWindow window{s, tm, jt, n0, Latency, static_cast<int>(W), Ts};
+    ResampleBlock(level, window, out, n, &JitterGenerator::ResampleOne, &history);
 
     std::copy(s + n, s + n + W, m_vSamples.begin());
     std::copy(tm + n, tm + n + W, m_vTimes.begin());

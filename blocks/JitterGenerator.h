@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "blocks/RandomNumberGenerator.h"
+#include "blocks/SimdLevel.h"
 #include "dataflow/CircularBuffer.h"
 #include "dataflow/DFModel.h"
 
@@ -52,12 +53,17 @@ public:
     // n firings at once: in[i] is the input of firing i, out[i] its output.
     // Same operations in the same order as Run and the same state afterwards.
     // Returns false, touching nothing, where Run would fail.
-    bool RunBlock(const double* in, double* out, size_t n);
+    // The level only chooses how many outputs are interpolated side by side.
+    bool RunBlock(const double* in, double* out, size_t n, SimdLevel level);
 
 private:
     bool IsReady() const;
     // Bit phase and, at mid-bit, a new jitter offset for input sample x.
     void Track(double x);
+    // The offset of a new bit: N(0,1) RJ + U(-DJ/2, DJ/2), clamped to ±Ts (L - 1).
+    double DrawJitter();
+    // Block-path fallback: firing i of the flat history in `context`.
+    static void ResampleOne(void* context, size_t i);
     // The output of firing n from a history window of W entries, oldest first.
     double Resample(int64_t n, const double* samples, const double* times, const int* phases,
                     const double* jitters) const;

@@ -204,7 +204,7 @@ void KV2_RX::RunBlock(double* wave, size_t n, SimdLevel level) {
         double* chunk = wave + at;
         const double last = chunk[m - 1];
         filter.RunBlock(chunk, filtered, m);
-        J1.RunBlock(filtered, delayed, m);
+        J1.RunBlock(filtered, delayed, m, level);
         B2.RunBlock(delayed, chunk, m, level);
 
         // Leave every port of the live graph as the last firing would.

@@ -204,3 +204,33 @@ TEST(JitterGenerator, RampShowsTheTaperedOffsetAndReinitializeRepeatsIt) {
     EXPECT_EQ(rig.block.m_pNormal, nullptr);
     EXPECT_FALSE(rig.block.Run());  // finalized: nothing to draw with
 }
+
+TEST(JitterGenerator, BlockFormMatchesRunWithRealJitter) {
+    // With real RJ and DJ the taper and the draws are exercised; latencies
+    // from 0 (single-entry history) to 8, block sizes from 1 to several
+    // hundred, every instruction set.
+    for (SimdLevel level : SupportedSimdLevels()) {
+    for (int latency : {0, 1, 3, 8}) {
+        Rig perSample(20, 1e-12, latency, 0.3e-12, 1.5e-12);
+        Rig block(20, 1e-12, latency, 0.3e-12, 1.5e-12);
+        ASSERT_TRUE(perSample.Start());
+        ASSERT_TRUE(block.Start());
+        std::mt19937 rng(77);
+        std::normal_distribution<double> normal(0.0, 1.0);
+        std::vector<double> xs(3000);
+        for (size_t i = 0; i < xs.size(); ++i) xs[i] = std::sin(0.157 * i) + 0.2 * normal(rng);
+        std::vector<double> expected, got(xs.size());
+        for (double x : xs) expected.push_back(perSample.Step(x));
+        for (size_t at = 0, step = 1; at < xs.size(); at += step, step = step * 3 % 401 + 1) {
+            const size_t m = std::min(step, xs.size() - at);
+            ASSERT_TRUE(block.block.RunBlock(xs.data() + at, got.data() + at, m, level));
+        }
+        for (size_t i = 0; i < xs.size(); ++i) ASSERT_EQ(Hex(got[i]), Hex(expected[i])) << "sample " << i;
+        EXPECT_EQ(block.out, perSample.out);
+        EXPECT_EQ(block.block.m_vTimes, perSample.block.m_vTimes);
+        EXPECT_EQ(block.block.m_vJitters, perSample.block.m_vJitters);
+        EXPECT_EQ(block.block.m_dJitter, perSample.block.m_dJitter);
+        EXPECT_EQ(block.block.m_pNormal->operator()(), perSample.block.m_pNormal->operator()());
+    }
+}
+}

@@ -1,0 +1,37 @@
+// JitterKernels: the resampling step of the jitter generator's block form,
+// vectorised for the case that dominates in practice: no jitter offset in
+// force, so that every output interpolates between the two history entries
+// around L samples back.
+//
+// Each lane is one output sample and performs exactly the scalar operations
+// (the same clamp, the same division, the same interpolation), so the bits do
+// not depend on the level. Lanes outside that case go to the scalar fallback.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "blocks/SimdLevel.h"
+
+namespace TesselModelBuilder {
+
+struct JitterWindow {
+    const double* samples;  // flat history: firing i sees entries i + 1 .. i + W
+    const double* times;    // their instants, seconds
+    const double* jitters;  // their offsets, seconds
+    int64_t firstFiring;    // sample count of firing 0
+    int latency;            // L >= 1
+    int historyLength;      // W = 2L + 1
+    double sampleInterval;  // Ts, seconds
+};
+
+// times[i] = (double)(first + i) * Ts for i in [0, n): the instants of n
+// consecutive samples, each computed exactly as the per-sample path does.
+void FillTimes(SimdLevel level, double* times, int64_t first, size_t n, double sampleInterval);
+
+// Computes out[i] for i in [0, n); calls fallback(context, i) for every
+// firing the vector form does not cover.
+void ResampleBlock(SimdLevel level, const JitterWindow& window, double* out, size_t n,
+                   void (*fallback)(void* context, size_t i), void* context);
+
+}  // namespace TesselModelBuilder
