@@ -140,25 +140,42 @@ bool BesselLPF::Run() {
 // The delay line holds x[t-k] at (index + k) mod T before firing t stores
 // x[t] at index; the block path unrolls it into a flat history, runs the sums
 // there, and folds the newest samples back where n firings would have put them.
-bool BesselLPF::RunBlock(const double* in, double* out, size_t n, SimdLevel level) {
-    if (!IsDesigned()) return false;
-    if (n == 0) return true;
+const double* BesselLPF::BeginBlock(const double* in, size_t n) {
+    if (!IsDesigned()) return nullptr;
+    const size_t T = m_vTaps.size();
+    const size_t index = static_cast<size_t>(m_iDelayIndex);
+    const double* line = m_vDelayLine.data();
+    m_vBlockInput.resize(T - 1 + n);
+    double* x = m_vBlockInput.data();
+    size_t k = 1;
+    for (; k < T && index + k < T; ++k) x[T - 1 - k] = line[index + k];
+    for (; k < T; ++k) x[T - 1 - k] = line[index + k - T];
+    std::copy(in, in + n, x + (T - 1));
+    return x;
+}
+
+void BesselLPF::EndBlock(const double* in, size_t n, double lastOutput) {
+    if (n == 0) return;
     const size_t T = m_vTaps.size();
     const size_t index = static_cast<size_t>(m_iDelayIndex);
     double* line = m_vDelayLine.data();
-
-    m_vBlockInput.resize(T - 1 + n);
-    double* x = m_vBlockInput.data();
-    for (size_t k = 1; k < T; ++k) x[T - 1 - k] = line[(index + k) % T];
-    std::copy(in, in + n, x + (T - 1));
-
-    FirBlock(level, m_vTaps.data(), T, x, out, n);
-
     // Firing i stores its sample at (index - i) mod T.
     const size_t kept = n < T ? n : T;
-    for (size_t i = n - kept; i < n; ++i) line[(index + T - i % T) % T] = in[i];
+    size_t position = (index + T - (n - kept) % T) % T;
+    for (size_t i = n - kept; i < n; ++i) {
+        line[position] = in[i];
+        position = position == 0 ? T - 1 : position - 1;
+    }
     m_iDelayIndex = static_cast<int32_t>((index + T - n % T) % T);
-    output[0] = out[n - 1];
+    output[0] = lastOutput;
+}
+
+bool BesselLPF::RunBlock(const double* in, double* out, size_t n, SimdLevel level) {
+    const double* x = BeginBlock(in, n);
+    if (x == nullptr) return false;
+    if (n == 0) return true;
+    FirBlock(level, m_vTaps.data(), m_vTaps.size(), x, out, n);
+    EndBlock(in, n, out[n - 1]);
     return true;
 }
 

@@ -40,6 +40,12 @@ public:
     // level only chooses how many output samples are computed side by side.
     // Returns false, touching nothing, where Run would fail.
     bool RunBlock(const double* in, double* out, size_t n, SimdLevel level);
+    // RunBlock in two halves, for callers that compute the sums themselves:
+    // BeginBlock returns the flat history (T - 1 past inputs, then `in`) that
+    // the sums read, or null when the filter is not designed; EndBlock then
+    // leaves the state that n firings leave.
+    const double* BeginBlock(const double* in, size_t n);
+    void EndBlock(const double* in, size_t n, double lastOutput);
 
     // Bessel polynomial of the given order at s (orders outside 1..6 use 6).
     std::complex<double> BesselPoly(int order, std::complex<double> s);

@@ -120,45 +120,14 @@ bool BiquadCascade::Run() {
     return true;
 }
 
-namespace {
-
-// The common two-section cascade with its state held in registers: this
-// recurrence is the critical path of the whole receiver.
-void RunTwoBiquads(const double* t, double* state1, double* state2, const double* in,
-                   double* out, size_t n, double& y0, double& y1) {
-    const double b0 = t[0], b1 = t[1], b2 = t[2], a1 = t[4], a2 = t[5];
-    const double d0 = t[6], d1 = t[7], d2 = t[8], c1 = t[10], c2 = t[11];
-    double w1 = state1[0], w2 = state2[0], v1 = state1[1], v2 = state2[1];
-    double y = y0, z = y1;
-    for (size_t i = 0; i < n; ++i) {
-        const double w = (in[i] - a1 * w1) - a2 * w2;
-        y = (b1 * w1 + b0 * w) + b2 * w2;
-        w2 = w1;
-        w1 = w;
-        const double v = (y - c1 * v1) - c2 * v2;
-        z = (d1 * v1 + d0 * v) + d2 * v2;
-        v2 = v1;
-        v1 = v;
-        out[i] = z;
-    }
-    state1[0] = w1;
-    state2[0] = w2;
-    state1[1] = v1;
-    state2[1] = v2;
-    y0 = y;
-    y1 = z;
-}
-
-}  // namespace
-
 void BiquadCascade::RunBlock(const double* in, double* out, size_t n) {
     if (m_pState1 == nullptr || n == 0) return;
     const size_t outputs = static_cast<size_t>(output.m_iSize);
     if (m_iNumBiquads == 2) {
-        double y0 = 0.0, y1 = 0.0;
-        RunTwoBiquads(m_pTaps, m_pState1, m_pState2, in, out, n, y0, y1);
-        if (outputs >= 1) output.m_pCirBufBus[0][0] = y1;
-        if (outputs >= 2) output.m_pCirBufBus[1][0] = y0;
+        TwoBiquadRecurrence cascade(m_pTaps, m_pState1, m_pState2);
+        for (size_t i = 0; i < n; ++i) out[i] = cascade.Step(in[i]);
+        cascade.Store(m_pState1, m_pState2);
+        SetTwoBiquadOutputs(cascade.y, out[n - 1]);
         return;
     }
     for (size_t i = 0; i < n; ++i) {
@@ -177,6 +146,12 @@ void BiquadCascade::RunBlock(const double* in, double* out, size_t n) {
         }
         out[i] = x;
     }
+}
+
+void BiquadCascade::SetTwoBiquadOutputs(double section0, double section1) {
+    const size_t outputs = static_cast<size_t>(output.m_iSize);
+    if (outputs >= 1) output.m_pCirBufBus[0][0] = section1;
+    if (outputs >= 2) output.m_pCirBufBus[1][0] = section0;
 }
 
 bool BiquadCascade::Finalize() { return true; }

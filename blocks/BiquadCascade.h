@@ -13,6 +13,42 @@
 
 namespace TesselModelBuilder {
 
+// The common two-section cascade with its state in registers: the operations
+// of BiquadCascade::Run for two biquads, shared by every block form of it.
+// This recurrence is the critical path of the whole receiver.
+struct TwoBiquadRecurrence {
+    double b0, b1, b2, a1, a2;  // section 0 (a0 = 1)
+    double d0, d1, d2, c1, c2;  // section 1 (a0 = 1)
+    double w1, w2;              // section 0: w[n-1], w[n-2]
+    double v1, v2;              // section 1: w[n-1], w[n-2]
+    double y = 0.0;             // section 0's latest output
+
+    TwoBiquadRecurrence(const double* taps, const double* state1, const double* state2)
+        : b0(taps[0]), b1(taps[1]), b2(taps[2]), a1(taps[4]), a2(taps[5]),
+          d0(taps[6]), d1(taps[7]), d2(taps[8]), c1(taps[10]), c2(taps[11]),
+          w1(state1[0]), w2(state2[0]), v1(state1[1]), v2(state2[1]) {}
+
+    // One input sample through both sections; returns the second's output.
+    double Step(double x) {
+        const double w = (x - a1 * w1) - a2 * w2;
+        y = (b1 * w1 + b0 * w) + b2 * w2;
+        w2 = w1;
+        w1 = w;
+        const double v = (y - c1 * v1) - c2 * v2;
+        const double z = (d1 * v1 + d0 * v) + d2 * v2;
+        v2 = v1;
+        v1 = v;
+        return z;
+    }
+
+    void Store(double* state1, double* state2) const {
+        state1[0] = w1;
+        state2[0] = w2;
+        state1[1] = v1;
+        state2[1] = v2;
+    }
+};
+
 class BiquadCascade : public DFModel {
 public:
     double* m_pTaps = nullptr;   // new[]: per biquad b0 b1 b2 a0 a1 a2 (a0 is also called D0)
@@ -39,6 +75,13 @@ public:
     // the same order as Run, and the same state afterwards, output ports
     // included.
     void RunBlock(const double* in, double* out, size_t n);
+
+    // True when the cascade is initialised with exactly two biquads, the form
+    // that TwoBiquadRecurrence runs.
+    bool IsTwoBiquadCascade() const { return m_pState1 != nullptr && m_iNumBiquads == 2; }
+    // After a block run by a TwoBiquadRecurrence: leave the output ports as
+    // the last firing would (element 0 the last section, element 1 the first).
+    void SetTwoBiquadOutputs(double section0, double section1);
 };
 
 }  // namespace TesselModelBuilder

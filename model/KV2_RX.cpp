@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "blocks/FusedKernels.h"
 #include "dataflow/DFErrorHandler.h"
 
 namespace TesselModelBuilder {
@@ -196,26 +197,52 @@ void KV2_RX::RunBlock(double* wave, size_t n, SimdLevel level) {
     if (n == 0) return;
     Subnetwork_Subnetwork1& bank = Subnetwork1;
     SDomainIIR& filter = bank.Filter(EQ);
-    m_vBlockScratch.resize(2 * kBlockChunk);
+    const double lastInput = wave[n - 1];  // the wave is overwritten in place
+    m_vBlockScratch.resize(3 * kBlockChunk);
     double* filtered = m_vBlockScratch.data();
-    double* delayed = filtered + kBlockChunk;
-    for (size_t at = 0; at < n; at += kBlockChunk) {
-        const size_t m = std::min(kBlockChunk, n - at);
-        double* chunk = wave + at;
-        const double last = chunk[m - 1];
-        filter.RunBlock(chunk, filtered, m);
-        J1.RunBlock(filtered, delayed, m, level);
-        B2.RunBlock(delayed, chunk, m, level);
+    double* delayed[2] = {filtered + kBlockChunk, filtered + 2 * kBlockChunk};
 
-        // Leave every port of the live graph as the last firing would.
-        input_CirBuf[0] = last;
-        for (int k = 0; k < Subnetwork_Subnetwork1::kNumFilters; ++k) (*bank.input_output.output.Get(k))[0] = last;
-        bank.C9.iSampleCount += m;
-        bank.C9.output[0] = bank.C9.Value;
-        bank.Dbl_to_Int_at_C9_output.output[0] = EQ;
-        bank.M9.control = EQ;
-        bank.M9.output[0] = filtered[m - 1];
+    if (!filter.IsTwoBiquadCascade()) {
+        for (size_t at = 0; at < n; at += kBlockChunk) {
+            const size_t m = std::min(kBlockChunk, n - at);
+            filter.RunBlock(wave + at, filtered, m);
+            J1.RunBlock(filtered, delayed[0], m, level);
+            B2.RunBlock(delayed[0], wave + at, m, level);
+        }
+    } else {
+        // A software pipeline over the chunks: the recurrence of chunk c runs
+        // together with the FIR sums of chunk c - 1, whose delayed samples are
+        // complete by then; the last chunk's sums follow on their own.
+        TwoBiquadRecurrence cascade(filter.m_pTaps, filter.m_pState1, filter.m_pState2);
+        const double* taps = B2.m_vTaps.data();
+        const size_t T = B2.m_vTaps.size();
+        size_t pendingAt = 0, pending = 0;  // chunk waiting for its FIR sums
+        for (size_t at = 0; at < n; at += kBlockChunk) {
+            const size_t m = std::min(kBlockChunk, n - at);
+            double* previous = delayed[(at / kBlockChunk + 1) % 2];
+            double* current = delayed[(at / kBlockChunk) % 2];
+            const double* history = pending > 0 ? B2.BeginBlock(previous, pending) : nullptr;
+            CascadeWithFir(level, cascade, wave + at, filtered, m, taps, T, history,
+                           wave + pendingAt, pending);
+            if (pending > 0) B2.EndBlock(previous, pending, wave[pendingAt + pending - 1]);
+            J1.RunBlock(filtered, current, m, level);
+            pendingAt = at;
+            pending = m;
+        }
+        B2.RunBlock(delayed[((n - 1) / kBlockChunk) % 2], wave + pendingAt, pending, level);
+        cascade.Store(filter.m_pState1, filter.m_pState2);
+        filter.SetTwoBiquadOutputs(cascade.y, filtered[pending - 1]);
     }
+
+    // Leave every port of the live graph as the last firing would.
+    input_CirBuf[0] = lastInput;
+    for (int k = 0; k < Subnetwork_Subnetwork1::kNumFilters; ++k)
+        (*bank.input_output.output.Get(k))[0] = lastInput;
+    bank.C9.iSampleCount += n;
+    bank.C9.output[0] = bank.C9.Value;
+    bank.Dbl_to_Int_at_C9_output.output[0] = EQ;
+    bank.M9.control = EQ;
+    bank.M9.output[0] = (*filter.output.Get(0))[0];
     output[0] = output_CirBuf[0];
 }
 

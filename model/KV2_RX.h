@@ -147,8 +147,8 @@ public:
     void RunBlock(double* wave, size_t n, SimdLevel level);
 
 private:
-    static constexpr size_t kBlockChunk = 1024;  // samples per pass; bounds the scratch
-    std::vector<double> m_vBlockScratch;         // 2 * kBlockChunk: filter and delay outputs
+    static constexpr size_t kBlockChunk = 256;  // samples per pass; bounds the scratch
+    std::vector<double> m_vBlockScratch;         // 3 * kBlockChunk: filter output, two delay outputs
 };
 
 }  // namespace TesselModelBuilder

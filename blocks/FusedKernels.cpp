@@ -1,0 +1,99 @@
+// FusedKernels: per group of G FIR outputs (G = 32 with AVX-512, 16 with
+// AVX2), G recurrence steps each carrying about T / G taps of the group's
+// sums. Every output's sum still runs over k = 0 .. T - 1 in order from +0.0.
+#include "blocks/FusedKernels.h"
+
+#include <immintrin.h>
+
+#include "blocks/FirKernels.h"
+
+namespace TesselModelBuilder {
+
+namespace {
+
+void CascadeOnly(TwoBiquadRecurrence& cascade, const double* x, double* y, size_t begin, size_t n) {
+    for (size_t i = begin; i < n; ++i) y[i] = cascade.Step(x[i]);
+}
+
+__attribute__((target("avx512f"))) void CascadeWithFirAvx512(
+    TwoBiquadRecurrence& cascade, const double* x, double* y, size_t n, const double* taps,
+    size_t T, const double* firIn, double* fir, size_t m) {
+    constexpr size_t G = 32;
+    TwoBiquadRecurrence c = cascade;
+    size_t i = 0, j = 0;
+    for (; i + G <= n && j + G <= m; i += G, j += G) {
+        const double* newest = firIn + (T - 1) + j;
+        __m512d a0 = _mm512_setzero_pd(), a1 = a0, a2 = a0, a3 = a0;
+        size_t k = 0;
+        for (size_t r = 0; r < G; ++r) {
+            y[i + r] = c.Step(x[i + r]);
+            for (const size_t kEnd = (r + 1) * T / G; k < kEnd; ++k) {
+                const __m512d t = _mm512_set1_pd(taps[k]);
+                const double* p = newest - k;
+                a0 = _mm512_add_pd(a0, _mm512_mul_pd(t, _mm512_loadu_pd(p)));
+                a1 = _mm512_add_pd(a1, _mm512_mul_pd(t, _mm512_loadu_pd(p + 8)));
+                a2 = _mm512_add_pd(a2, _mm512_mul_pd(t, _mm512_loadu_pd(p + 16)));
+                a3 = _mm512_add_pd(a3, _mm512_mul_pd(t, _mm512_loadu_pd(p + 24)));
+            }
+        }
+        _mm512_storeu_pd(fir + j, a0);
+        _mm512_storeu_pd(fir + j + 8, a1);
+        _mm512_storeu_pd(fir + j + 16, a2);
+        _mm512_storeu_pd(fir + j + 24, a3);
+    }
+    CascadeOnly(c, x, y, i, n);
+    cascade = c;
+    if (j < m) FirBlock(SimdLevel::Avx512, taps, T, firIn + j, fir + j, m - j);
+}
+
+__attribute__((target("avx2"))) void CascadeWithFirAvx2(
+    TwoBiquadRecurrence& cascade, const double* x, double* y, size_t n, const double* taps,
+    size_t T, const double* firIn, double* fir, size_t m) {
+    constexpr size_t G = 16;
+    TwoBiquadRecurrence c = cascade;
+    size_t i = 0, j = 0;
+    for (; i + G <= n && j + G <= m; i += G, j += G) {
+        const double* newest = firIn + (T - 1) + j;
+        __m256d a0 = _mm256_setzero_pd(), a1 = a0, a2 = a0, a3 = a0;
+        size_t k = 0;
+        for (size_t r = 0; r < G; ++r) {
+            y[i + r] = c.Step(x[i + r]);
+            for (const size_t kEnd = (r + 1) * T / G; k < kEnd; ++k) {
+                const __m256d t = _mm256_broadcast_sd(taps + k);
+                const double* p = newest - k;
+                a0 = _mm256_add_pd(a0, _mm256_mul_pd(t, _mm256_loadu_pd(p)));
+                a1 = _mm256_add_pd(a1, _mm256_mul_pd(t, _mm256_loadu_pd(p + 4)));
+                a2 = _mm256_add_pd(a2, _mm256_mul_pd(t, _mm256_loadu_pd(p + 8)));
+                a3 = _mm256_add_pd(a3, _mm256_mul_pd(t, _mm256_loadu_pd(p + 12)));
+            }
+        }
+        _mm256_storeu_pd(fir + j, a0);
+        _mm256_storeu_pd(fir + j + 4, a1);
+        _mm256_storeu_pd(fir + j + 8, a2);
+        _mm256_storeu_pd(fir + j + 12, a3);
+    }
+    CascadeOnly(c, x, y, i, n);
+    cascade = c;
+    if (j < m) FirBlock(SimdLevel::Avx2, taps, T, firIn + j, fir + j, m - j);
+}
+
+}  // namespace
+
+void CascadeWithFir(SimdLevel level, TwoBiquadRecurrence& cascade, const double* x, double* y,
+                    size_t n, const double* firTaps, size_t T, const double* firIn, double* fir,
+                    size_t m) {
+    switch (level) {
+        case SimdLevel::Avx512:
+            CascadeWithFirAvx512(cascade, x, y, n, firTaps, T, firIn, fir, m);
+            break;
+        case SimdLevel::Avx2:
+            CascadeWithFirAvx2(cascade, x, y, n, firTaps, T, firIn, fir, m);
+            break;
+        default:
+            CascadeOnly(cascade, x, y, 0, n);
+            if (m > 0) FirBlock(level, firTaps, T, firIn, fir, m);
+            break;
+    }
+}
+
+}  // namespace TesselModelBuilder

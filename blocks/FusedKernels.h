@@ -1,0 +1,24 @@
+// FusedKernels: the CTLE recurrence and the FIR sums of the previous chunk in
+// one loop.
+//
+// The two-biquad recurrence is bound by the latency of its own arithmetic and
+// leaves the core's vector units idle; the FIR sums are bound by those units
+// and have no dependence on the recurrence. Interleaving them, a few taps of a
+// group of FIR outputs per recurrence step, lets each hide the other. The
+// arithmetic of each is exactly that of its own block form.
+#pragma once
+
+#include <cstddef>
+
+#include "blocks/BiquadCascade.h"
+#include "blocks/SimdLevel.h"
+
+namespace TesselModelBuilder {
+
+// cascade: x[0..n) -> y[0..n); FIR: fir[i] = FirBlock's output i for the
+// flat history firIn (T - 1 past samples, then m new ones), i in [0, m).
+void CascadeWithFir(SimdLevel level, TwoBiquadRecurrence& cascade, const double* x, double* y,
+                    size_t n, const double* firTaps, size_t T, const double* firIn, double* fir,
+                    size_t m);
+
+}  // namespace TesselModelBuilder
