@@ -1,0 +1,100 @@
+// EyeMetrics: a synthetic NRZ waveform whose eye is known in closed form.
+//
+// Bit k (a_k = +/-1) occupies samples D + kS .. D + kS + S - 1 with
+//     y = A a_k w(j) + c (a_{k-1} + a_{k+1}),   w(j) = 1 - |j - 6| / 16,
+// j = 0 .. S-1: a triangular pulse peaking at phase 6 plus inter-symbol
+// interference c from both neighbours. Every triple of bits occurs, so at
+// phase j the inner eye edges are +/-(A w(j) - 2|c|): the height is
+// 2 (A w(j) - 2|c|), largest at j = 6, and the eye is open at the phases
+// where A w(j) > 2|c|. Read one UI off (the neighbour's samples) the eye is
+// closed by at least 2 A w(j) > 0, so the search cannot lock there.
+#include "tools/EyeMetrics.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdio>
+
+#include "tools/Prbs.h"
+
+using amihost::EyeMetrics;
+using amihost::EyeResult;
+
+namespace {
+
+const int S = 16;
+const int D = 37;  // latency in samples: two UI and five samples
+
+std::vector<double> Synthetic(const std::vector<uint8_t>& bits, double A, double c) {
+    std::vector<double> y(D + bits.size() * S, 0.0);
+    for (size_t k = 0; k < bits.size(); ++k) {
+        const double a = bits[k] ? 1.0 : -1.0;
+        const double prev = k > 0 && bits[k - 1] ? 1.0 : -1.0;
+        const double next = k + 1 < bits.size() && bits[k + 1] ? 1.0 : -1.0;
+        for (int j = 0; j < S; ++j) y[D + k * S + j] = A * a * (1.0 - std::abs(j - 6) / 16.0) + c * (prev + next);
+    }
+    return y;
+}
+
+}  // namespace
+
+TEST(EyeMetrics, SyntheticEyeMatchesClosedForm) {
+    amihost::Prbs prbs(7);
+    const std::vector<uint8_t> bits = prbs.Bits(400);
+    const double A = 0.5;
+    const struct {
+        double c;
+        double height;   // 2 (A - 2|c|) at j = 6
+        double widthUI;  // phases with A w(j) > 2|c|, over S
+        bool open;
+    } cases[] = {
+        {0.15, 0.4, 13.0 / S, true},   // w > 0.6: |j - 6| <= 6, j = 0 .. 12
+        {0.175, 0.3, 9.0 / S, true},   // w > 0.7: |j - 6| <= 4
+        {-0.2, 0.2, 7.0 / S, true},    // w > 0.8: |j - 6| <= 3
+        {0.3, -0.2, 0.0, false},       // ISI larger than the pulse: closed
+    };
+    for (const auto& t : cases) {
+        const std::vector<double> y = Synthetic(bits, A, t.c);
+        const EyeResult r = EyeMetrics::Measure(y, S, bits, 3, 8 * S);
+        EXPECT_NEAR(r.dHeight, t.height, 1e-12) << "c = " << t.c;
+        EXPECT_EQ(r.bOpen, t.open) << "c = " << t.c;
+        EXPECT_EQ(r.dWidthUI, t.widthUI) << "c = " << t.c;
+        EXPECT_EQ(r.iDelay, D + 6) << "c = " << t.c;
+        EXPECT_EQ(r.dPhaseUI, static_cast<double>((D + 6) % S) / S);
+        EXPECT_NEAR(r.dThreshold, 0.0, 1e-12);
+        if (t.open) {
+            // Without the bits the decisions are right whenever the eye is
+            // open, so the blind measurement finds the same eye.
+            const EyeResult b = EyeMetrics::MeasureBlind(y, S, 3);
+            EXPECT_NEAR(b.dHeight, t.height, 1e-12) << "c = " << t.c;
+            EXPECT_EQ(b.dWidthUI, t.widthUI) << "c = " << t.c;
+            EXPECT_EQ(b.iDelay % S, (D + 6) % S);
+        }
+    }
+}
+
+TEST(EyeMetrics, LevelsAndBitCountAtTheBestPhase) {
+    amihost::Prbs prbs(7);
+    const std::vector<uint8_t> bits = prbs.Bits(300);
+    const std::vector<double> y = Synthetic(bits, 0.5, 0.1);
+    const EyeResult r = EyeMetrics::Measure(y, S, bits, 10, 8 * S);
+    // At the peak y = +/-0.5 + 0.1 (a_{k-1} + a_{k+1}); the bits whose sample
+    // lies inside the waveform are 10 .. 299.
+    double sum1 = 0.0, sum0 = 0.0;
+    size_t n1 = 0, n0 = 0;
+    for (size_t k = 10; k < bits.size(); ++k) {
+        const double next = k + 1 < bits.size() && bits[k + 1] ? 1.0 : -1.0;
+        const double v = (bits[k] ? 0.5 : -0.5) + 0.1 * ((bits[k - 1] ? 1.0 : -1.0) + next);
+        (bits[k] ? sum1 : sum0) += v;
+        ++(bits[k] ? n1 : n0);
+    }
+    EXPECT_EQ(r.nBits, bits.size() - 10);
+    EXPECT_NEAR(r.dLevel1, sum1 / n1, 1e-12);
+    EXPECT_NEAR(r.dLevel0, sum0 / n0, 1e-12);
+}
+
+TEST(EyeMetrics, TooShortAWaveformIsRefused) {
+    const std::vector<uint8_t> ones(50, 1);
+    EXPECT_THROW(EyeMetrics::Measure(std::vector<double>(800, 1.0), S, ones, 0, S), std::invalid_argument);
+    EXPECT_THROW(EyeMetrics::MeasureBlind(std::vector<double>(3 * S, 0.0), S, 5), std::invalid_argument);
+}

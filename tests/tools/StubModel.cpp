@@ -1,0 +1,55 @@
+// A stand-in AMI model for the host's tests: it passes the waveform through
+// unchanged, fails where its parameter string asks it to, and appends each
+// entry point it sees to the file named by AMIHOST_STUB_LOG. Built once
+// complete and once without AMI_GetWave.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+char kInitMessage[] = "stub init failed";
+
+void Log(const char* what) {
+    const char* path = std::getenv("AMIHOST_STUB_LOG");
+    if (path == nullptr) return;
+    if (FILE* f = std::fopen(path, "a")) {
+        std::fprintf(f, "%s\n", what);
+        std::fclose(f);
+    }
+}
+
+struct Instance {
+    bool bFailGetWave;
+};
+
+}  // namespace
+
+extern "C" {
+
+__attribute__((visibility("default"))) long AMI_Init(double*, long, long, double, double, char* parameters, char**,
+                                                     void** handle, char** msg) {
+    Log("init");
+    *handle = new Instance{std::strstr(parameters, "(Mode 2)") != nullptr};
+    if (std::strstr(parameters, "(Mode 1)") != nullptr) {
+        *msg = kInitMessage;
+        return 0;
+    }
+    return 1;
+}
+
+#ifndef STUB_WITHOUT_GETWAVE
+__attribute__((visibility("default"))) long AMI_GetWave(double*, long, double* clock_times, char**, void* handle) {
+    Log("getwave");
+    clock_times[0] = -1.0;
+    return static_cast<Instance*>(handle)->bFailGetWave ? 0 : 1;
+}
+#endif
+
+__attribute__((visibility("default"))) long AMI_Close(void* handle) {
+    Log("close");
+    delete static_cast<Instance*>(handle);
+    return 1;
+}
+
+}

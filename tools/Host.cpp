@@ -1,0 +1,440 @@
+// Host: amihost's run from parsed options to written results.
+#include "tools/Host.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cmath>
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+#include <stdexcept>
+#include <thread>
+
+#include "tools/AmiFile.h"
+#include "tools/AmiLibrary.h"
+#include "tools/Channel.h"
+#include "tools/EyeMetrics.h"
+#include "tools/EyePlot.h"
+#include "tools/HostError.h"
+#include "tools/JsonWriter.h"
+#include "tools/ModelRun.h"
+#include "tools/ParameterString.h"
+#include "tools/Prbs.h"
+#include "tools/ProgressBar.h"
+#include "tools/WaveformFile.h"
+
+namespace amihost {
+
+namespace {
+
+// The latest sampling instant searched, in UI after the start of a bit: the
+// channel and the model together delay the signal by a few UI.
+const int kMaxLatencyUI = 32;
+// Length of the impulse response handed to AMI_Init, in UI.
+const int kImpulseUI = 32;
+
+struct Stimulus {
+    std::vector<double> vWave;      // what the model receives, V
+    std::vector<uint8_t> vBits;     // the bits sent (empty for a waveform file)
+    double dSampleInterval = 0.0;   // s
+    double dBitTime = 0.0;          // s
+    int iSamplesPerBit = 0;
+    std::vector<double> vImpulse;   // channel response to a one-sample unit pulse
+    std::string sDescription;
+    bool bChannel = false;
+};
+
+// One setting's run and its eye.
+struct Outcome {
+    std::string sLabel;             // "EQ 7", or the root name for a single run
+    std::string sValue;             // the swept value ("" for a single run)
+    std::string sParameters;
+    RunResult run;
+    EyeResult eye;                  // measured when the run succeeded
+    std::exception_ptr failure;     // what the measurement threw, if anything
+};
+
+std::string Fmt(const char* format, double v) {
+    char buf[64];
+    std::snprintf(buf, sizeof buf, format, v);
+    return buf;
+}
+
+Stimulus MakeStimulus(const HostOptions& o) {
+    if (o.iSamplesPerBit < 1) throw HostError(ExitCode::kBadParameter, "--samples-per-bit must be at least 1");
+    if (!(o.dBitRate > 0.0) || !std::isfinite(o.dBitRate))
+        throw HostError(ExitCode::kBadParameter, "--bit-rate must be positive");
+    if (!(o.dAmplitude > 0.0)) throw HostError(ExitCode::kBadParameter, "--amplitude must be positive");
+    Stimulus s;
+    s.iSamplesPerBit = o.iSamplesPerBit;
+    s.dBitTime = 1.0 / o.dBitRate;
+    s.dSampleInterval = 1.0 / (o.dBitRate * o.iSamplesPerBit);
+    const size_t impulseLength = static_cast<size_t>(kImpulseUI) * o.iSamplesPerBit;
+
+    if (!o.sInput.empty()) {
+        Waveform w = WaveformFile::Read(o.sInput);
+        if (w.bHasTime) {
+            // The file's own time step decides the sample interval; an explicit
+            // bit rate must agree with it.
+            if (o.bBitRateGiven && std::fabs(w.dTimeStep - s.dSampleInterval) > 1e-6 * s.dSampleInterval)
+                throw HostError(ExitCode::kBadFile,
+                                "waveform file " + o.sInput + " has a time step of " + Fmt("%g", w.dTimeStep) +
+                                    " s, but --bit-rate and --samples-per-bit give " + Fmt("%g", s.dSampleInterval) +
+                                    " s");
+            s.dSampleInterval = w.dTimeStep;
+            s.dBitTime = w.dTimeStep * o.iSamplesPerBit;
+        }
+        s.vWave = std::move(w.vValues);
+        s.vImpulse.assign(impulseLength, 0.0);
+        s.vImpulse[0] = 1.0;
+        s.sDescription = "waveform file " + o.sInput + ", " + std::to_string(s.vWave.size()) + " samples";
+        return s;
+    }
+
+    Prbs prbs(o.iPrbs);
+    s.vBits = prbs.Bits(o.nBits);
+    s.vWave.reserve(o.nBits * o.iSamplesPerBit);
+    for (uint8_t b : s.vBits) s.vWave.insert(s.vWave.end(), o.iSamplesPerBit, b ? o.dAmplitude : -o.dAmplitude);
+    s.vImpulse.assign(impulseLength + 1, 0.0);
+    s.vImpulse[1] = 1.0;
+    if (o.bChannel) {
+        const Channel channel(Channel::DefaultCorners(), s.dSampleInterval);
+        channel.Process(s.vWave);
+        channel.Process(s.vImpulse);
+        s.bChannel = true;
+    }
+    // The leading zero only kept the pulse off the filter's settled start.
+    s.vImpulse.erase(s.vImpulse.begin());
+    s.sDescription = "PRBS" + std::to_string(o.iPrbs) + " NRZ, " + std::to_string(o.nBits) + " bits at " +
+                     Fmt("%g", o.dBitRate / 1e9) + " Gb/s, " + std::to_string(o.iSamplesPerBit) +
+                     " samples/bit, +/-" + Fmt("%g", o.dAmplitude) + " V";
+    return s;
+}
+
+EyeResult MeasureEye(const Stimulus& s, const std::vector<double>& wave, size_t ignoreBits) {
+    try {
+        if (s.vBits.empty()) return EyeMetrics::MeasureBlind(wave, s.iSamplesPerBit, ignoreBits);
+        const int maxDelay = kMaxLatencyUI * s.iSamplesPerBit;
+        return EyeMetrics::Measure(wave, s.iSamplesPerBit, s.vBits, ignoreBits, maxDelay);
+    } catch (const std::invalid_argument& e) {
+        if (s.vBits.empty()) throw HostError(ExitCode::kBadFile, std::string(e.what()) + " (or use fewer --ignore-bits)");
+        throw HostError(ExitCode::kBadParameter, std::string(e.what()) + " (use more bits or fewer ignored bits)");
+    }
+}
+
+std::string InitLine(const RunResult& r) {
+    std::string line = "AMI_Init returned " + std::to_string(r.iInitResult) + ", message: ";
+    line += r.bHasMessage ? "\"" + r.sMessage + "\"" : std::string("(none)");
+    return line;
+}
+
+std::string EyeLine(const EyeResult& e, double bitTime) {
+    std::string line = "eye height " + Fmt("%.4f", e.dHeight) + " V, width " + Fmt("%.3f", e.dWidthUI) + " UI (" +
+                       Fmt("%.1f", e.dWidthUI * bitTime * 1e12) + " ps)";
+    line += e.bOpen ? ", sampled at phase " + Fmt("%.3f", e.dPhaseUI) + " UI" : ", closed";
+    return line;
+}
+
+void WriteEye(JsonWriter& j, const EyeResult& e, double bitTime) {
+    j.BeginObject();
+    j.Key("open").Value(e.bOpen);
+    j.Key("height_v").Value(e.dHeight);
+    j.Key("width_ui").Value(e.dWidthUI);
+    j.Key("width_s").Value(e.dWidthUI * bitTime);
+    j.Key("sampling_delay_samples").Value(static_cast<long long>(e.iDelay));
+    j.Key("phase_ui").Value(e.dPhaseUI);
+    j.Key("threshold_v").Value(e.dThreshold);
+    j.Key("level_one_v").Value(e.dLevel1);
+    j.Key("level_zero_v").Value(e.dLevel0);
+    j.Key("bits").Value(static_cast<long long>(e.nBits));
+    j.EndObject();
+}
+
+void WriteRun(JsonWriter& j, const Outcome& o, double bitTime) {
+    j.BeginObject();
+    if (!o.sValue.empty()) j.Key("setting").Value(o.sValue);
+    j.Key("parameters").Value(o.sParameters);
+    j.Key("ami_init").BeginObject();
+    j.Key("result").Value(static_cast<long long>(o.run.iInitResult));
+    if (o.run.bHasMessage) j.Key("message").Value(o.run.sMessage); else j.Key("message").Null();
+    if (o.run.bHasParametersOut) j.Key("parameters_out").Value(o.run.sParametersOut); else j.Key("parameters_out").Null();
+    j.Key("impulse_changed").Value(o.run.bImpulseChanged);
+    j.EndObject();
+    j.Key("ami_getwave").BeginObject();
+    j.Key("result").Value(static_cast<long long>(o.run.iGetWaveResult));
+    j.Key("calls").Value(static_cast<long long>(o.run.nGetWaveCalls));
+    j.Key("clock_times").Value(static_cast<long long>(o.run.nClockTimes));
+    j.EndObject();
+    j.Key("ami_close").BeginObject().Key("result").Value(static_cast<long long>(o.run.iCloseResult)).EndObject();
+    j.Key("seconds").Value(o.run.dSeconds);
+    j.Key("eye");
+    if (o.run.iInitResult != 0 && o.run.iGetWaveResult != 0) WriteEye(j, o.eye, bitTime); else j.Null();
+    j.EndObject();
+}
+
+void WriteText(const std::string& path, const std::string& text) {
+    std::ofstream f(path, std::ios::binary);
+    f << text;
+    if (!f) throw HostError(ExitCode::kOutputFailed, "cannot write " + path);
+}
+
+std::string Title(const Outcome& o) {
+    std::string t = o.sLabel + ": ";
+    if (o.eye.bOpen)
+        t += "H " + Fmt("%.3f", o.eye.dHeight) + " V, W " + Fmt("%.2f", o.eye.dWidthUI) + " UI";
+    else
+        t += "CLOSED (H " + Fmt("%.3f", o.eye.dHeight) + " V)";
+    return t;
+}
+
+// Index of the best outcome: the largest eye height, then the widest eye,
+// then the first.
+size_t Best(const std::vector<Outcome>& outcomes) {
+    size_t best = outcomes.size();
+    for (size_t i = 0; i < outcomes.size(); ++i) {
+        const Outcome& o = outcomes[i];
+        if (o.run.iInitResult == 0 || o.run.iGetWaveResult == 0) continue;
+        if (best == outcomes.size() || o.eye.dHeight > outcomes[best].eye.dHeight ||
+            (o.eye.dHeight == outcomes[best].eye.dHeight && o.eye.dWidthUI > outcomes[best].eye.dWidthUI))
+            best = i;
+    }
+    return best;
+}
+
+std::string FileLabel(const std::string& param, const std::string& value) {
+    std::string s = param + value;
+    for (char& c : s)
+        if (!std::isalnum(static_cast<unsigned char>(c)) && c != '-' && c != '.') c = '_';
+    return s;
+}
+
+}  // namespace
+
+std::string Host::ChannelSummary(double bitRate) {
+    const Channel channel(Channel::DefaultCorners(), 1e-12);
+    return Channel::Describe(Channel::DefaultCorners()) + ", unit gain at DC; loss " +
+           Fmt("%.1f", channel.LossDb(bitRate / 2.0)) + " dB at Nyquist (" + Fmt("%g", bitRate / 2e9) + " GHz)";
+}
+
+int Host::Run(const HostOptions& o, std::ostream& out) {
+    const AmiLibrary lib(o.sLibrary);
+    const AmiFile ami = AmiFile::Load(o.sAmiFile);
+    ParameterString base(ami);
+    for (const std::string& s : o.vSets) base.SetAssignment(s);
+
+    // One parameter string per run: the swept values, or just the base.
+    std::vector<Outcome> outcomes;
+    if (o.bSweep) {
+        for (const std::string& v : base.SweepValues(o.sSweepParam)) {
+            ParameterString p = base;
+            p.Set(o.sSweepParam, v);
+            Outcome oc;
+            oc.sValue = v;
+            oc.sLabel = o.sSweepParam + " " + v;
+            oc.sParameters = p.Text();
+            outcomes.push_back(std::move(oc));
+        }
+    } else {
+        Outcome oc;
+        oc.sLabel = ami.RootName();
+        try {
+            oc.sLabel = o.sSweepParam + " " + base.Get(o.sSweepParam);
+        } catch (const HostError&) {
+            // A model without that parameter keeps its root name as the label.
+        }
+        oc.sParameters = base.Text();
+        outcomes.push_back(std::move(oc));
+    }
+
+    if (o.nBlock < 1) throw HostError(ExitCode::kBadParameter, "--block must be at least 1");
+    long ignore = o.iIgnoreBits;
+    if (ignore < 0) {
+        ignore = 100;
+        if (const AmiParameter* p = ami.FindReserved("Ignore_Bits"))
+            if (!p->sDefault.empty()) ignore = std::max(0L, std::strtol(p->sDefault.c_str(), nullptr, 10));
+    }
+    const size_t ignoreBits = static_cast<size_t>(ignore);
+    if (o.sInput.empty() && o.nBits < ignoreBits + 2 * kMaxLatencyUI)
+        throw HostError(ExitCode::kBadParameter, "--bits must be at least " + std::to_string(ignoreBits + 2 * kMaxLatencyUI) +
+                                                     " (the ignored bits plus " + std::to_string(2 * kMaxLatencyUI) +
+                                                     " for the latency search)");
+
+    const Stimulus stim = MakeStimulus(o);
+    out << "library    : " << o.sLibrary << "\n";
+    out << "ami file   : " << o.sAmiFile << " (root " << ami.RootName() << ")\n";
+    out << "stimulus   : " << stim.sDescription << "\n";
+    if (stim.bChannel) out << "channel    : " << ChannelSummary(1.0 / stim.dBitTime) << "\n";
+    out << "AMI_Init   : sample interval " << Fmt("%g", stim.dSampleInterval) << " s, bit time "
+        << Fmt("%g", stim.dBitTime) << " s; AMI_GetWave blocks of " << o.nBlock << " samples\n";
+    EyeResult inputEye;
+    if (!stim.vBits.empty()) {
+        inputEye = MeasureEye(stim, stim.vWave, ignoreBits);
+        out << "model input: " << EyeLine(inputEye, stim.dBitTime) << "\n";
+    }
+
+    RunSettings settings;
+    settings.dSampleInterval = stim.dSampleInterval;
+    settings.dBitTime = stim.dBitTime;
+    settings.nBlock = o.nBlock;
+    settings.vImpulse = stim.vImpulse;
+
+    ProgressBar progress(stim.vWave.size() * outcomes.size(), o.bSweep ? "sweeping " + o.sSweepParam : "running",
+                         o.bProgress);
+    {
+        // Each run makes its own instance and measures its own eye; threads
+        // take the next run until none is left.
+        size_t next = 0;
+        std::mutex lock;
+        auto worker = [&] {
+            for (;;) {
+                size_t i;
+                {
+                    std::lock_guard<std::mutex> guard(lock);
+                    if (next == outcomes.size()) return;
+                    i = next++;
+                }
+                RunSettings mine = settings;
+                mine.sParameters = outcomes[i].sParameters;
+                Outcome& oc = outcomes[i];
+                oc.run = ModelRun::Run(lib, mine, stim.vWave, &progress.Counter());
+                if (oc.run.iInitResult == 0 || oc.run.iGetWaveResult == 0) continue;
+                try {
+                    oc.eye = MeasureEye(stim, oc.run.vOutput, ignoreBits);
+                } catch (...) {
+                    oc.failure = std::current_exception();
+                }
+            }
+        };
+        unsigned jobs = o.nJobs != 0 ? o.nJobs : std::max(1u, std::thread::hardware_concurrency());
+        jobs = static_cast<unsigned>(std::min<size_t>(jobs, outcomes.size()));
+        std::vector<std::thread> threads;
+        for (unsigned t = 1; t < jobs; ++t) threads.emplace_back(worker);
+        worker();
+        for (std::thread& t : threads) t.join();
+    }
+    progress.Finish();
+
+    int code = 0;
+    for (const Outcome& oc : outcomes) {
+        if (oc.failure) std::rethrow_exception(oc.failure);
+        if (code == 0 && oc.run.iInitResult == 0) code = static_cast<int>(ExitCode::kInitFailed);
+        if (code == 0 && oc.run.iGetWaveResult == 0) code = static_cast<int>(ExitCode::kGetWaveFailed);
+    }
+
+    // Report.
+    const size_t best = Best(outcomes);
+    if (!o.bSweep) {
+        const Outcome& oc = outcomes[0];
+        out << "parameters : " << oc.sParameters << "\n";
+        out << InitLine(oc.run) << "\n";
+        if (oc.run.iInitResult != 0)
+            out << "AMI_GetWave returned " << oc.run.iGetWaveResult << " (" << oc.run.nGetWaveCalls << " calls)\n";
+        out << "AMI_Close returned " << oc.run.iCloseResult << "\n";
+        if (code == 0) out << "model output: " << EyeLine(oc.eye, stim.dBitTime) << "\n";
+    } else {
+        out << "parameters : " << base.Text() << ", sweeping " << o.sSweepParam << "\n";
+        char row[160];
+        std::snprintf(row, sizeof row, "%8s  %8s  %14s  %14s\n", o.sSweepParam.c_str(), "AMI_Init", "eye height (V)",
+                      "eye width (UI)");
+        out << row;
+        for (size_t i = 0; i < outcomes.size(); ++i) {
+            const Outcome& oc = outcomes[i];
+            if (oc.run.iInitResult == 0 || oc.run.iGetWaveResult == 0) {
+                std::snprintf(row, sizeof row, "%8s  %8ld  %14s  %14s  %s\n", oc.sValue.c_str(), oc.run.iInitResult,
+                              "-", "-", oc.run.iInitResult == 0 ? "AMI_Init failed" : "AMI_GetWave failed");
+            } else {
+                const char* note = i == best ? "  <- best" : (oc.eye.bOpen ? "" : "  closed");
+                std::snprintf(row, sizeof row, "%8s  %8ld  %14.4f  %14.3f%s\n", oc.sValue.c_str(), oc.run.iInitResult,
+                              oc.eye.dHeight, oc.eye.dWidthUI, note);
+            }
+            out << row;
+        }
+        for (const Outcome& oc : outcomes)
+            if (oc.run.bHasMessage || oc.run.iInitResult == 0)
+                out << o.sSweepParam << " " << oc.sValue << ": " << InitLine(oc.run) << "\n";
+        if (best < outcomes.size())
+            out << "best       : " << outcomes[best].sLabel << ", " << EyeLine(outcomes[best].eye, stim.dBitTime) << "\n";
+    }
+
+    // Files.
+    std::error_code ec;
+    std::filesystem::create_directories(o.sOutDir, ec);
+    if (ec) throw HostError(ExitCode::kOutputFailed, "cannot create output folder " + o.sOutDir + ": " + ec.message());
+    std::vector<std::string> written;
+    auto path = [&](const std::string& name) { return (std::filesystem::path(o.sOutDir) / name).string(); };
+    auto plot = [&](const Outcome& oc, const std::string& name) {
+        EyePlot p;
+        p.Render(oc.run.vOutput, stim.iSamplesPerBit, oc.eye, ignoreBits, Title(oc));
+        p.WritePng(path(name));
+        written.push_back(path(name));
+    };
+    if (best < outcomes.size()) {
+        if (!o.bSweep) {
+            WaveformFile::Write(path("waveform.csv"), stim.dSampleInterval, stim.vWave, outcomes[0].run.vOutput);
+            written.push_back(path("waveform.csv"));
+            plot(outcomes[0], "eye.png");
+        } else {
+            const Outcome& first = outcomes[0];
+            const Outcome& top = outcomes[best];
+            if (first.run.iInitResult != 0 && first.run.iGetWaveResult != 0)
+                plot(first, "eye_" + FileLabel(o.sSweepParam, first.sValue) + ".png");
+            if (best != 0) plot(top, "eye_" + FileLabel(o.sSweepParam, top.sValue) + ".png");
+            const std::string csv = "waveform_" + FileLabel(o.sSweepParam, top.sValue) + ".csv";
+            WaveformFile::Write(path(csv), stim.dSampleInterval, stim.vWave, top.run.vOutput);
+            written.push_back(path(csv));
+        }
+    }
+
+    JsonWriter j;
+    j.BeginObject();
+    j.Key("library").Value(o.sLibrary);
+    j.Key("ami_file").Value(o.sAmiFile);
+    j.Key("root").Value(ami.RootName());
+    j.Key("stimulus").BeginObject();
+    j.Key("description").Value(stim.sDescription);
+    if (stim.vBits.empty()) j.Key("input_file").Value(o.sInput); else j.Key("prbs").Value(static_cast<long long>(o.iPrbs));
+    j.Key("samples").Value(static_cast<long long>(stim.vWave.size()));
+    j.Key("samples_per_bit").Value(static_cast<long long>(stim.iSamplesPerBit));
+    j.Key("sample_interval_s").Value(stim.dSampleInterval);
+    j.Key("bit_time_s").Value(stim.dBitTime);
+    j.EndObject();
+    j.Key("channel");
+    if (stim.bChannel) {
+        const Channel channel(Channel::DefaultCorners(), stim.dSampleInterval);
+        j.BeginObject();
+        j.Key("model").Value(Channel::Describe(channel.Corners()));
+        j.Key("corners_hz").BeginArray();
+        for (double f : channel.Corners()) j.Value(f);
+        j.EndArray();
+        j.Key("nyquist_hz").Value(0.5 / stim.dBitTime);
+        j.Key("loss_at_nyquist_db").Value(channel.LossDb(0.5 / stim.dBitTime));
+        j.EndObject();
+    } else {
+        j.Null();
+    }
+    j.Key("input_eye");
+    if (stim.vBits.empty()) j.Null(); else WriteEye(j, inputEye, stim.dBitTime);
+    j.Key("block").Value(static_cast<long long>(o.nBlock));
+    j.Key("ignore_bits").Value(static_cast<long long>(ignoreBits));
+    if (o.bSweep) j.Key("sweep").Value(o.sSweepParam);
+    j.Key("runs").BeginArray();
+    for (const Outcome& oc : outcomes) WriteRun(j, oc, stim.dBitTime);
+    j.EndArray();
+    j.Key("best");
+    if (best < outcomes.size()) j.Value(static_cast<long long>(best)); else j.Null();
+    written.push_back(path("summary.json"));
+    j.Key("files").BeginArray();
+    for (const std::string& w : written) j.Value(w);
+    j.EndArray();
+    j.EndObject();
+    WriteText(path("summary.json"), j.Text());
+
+    out << "wrote      :";
+    for (const std::string& w : written) out << " " << w;
+    out << "\n";
+    return code;
+}
+
+}  // namespace amihost

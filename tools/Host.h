@@ -1,0 +1,51 @@
+// Host: what amihost does once its command line is read: load the model
+// library and its .ami file, build the parameter string, make the stimulus
+// (a waveform file, or a PRBS through the built-in channel), run one model
+// instance per setting, measure the eyes and write the results.
+#pragma once
+
+#include <cstddef>
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace amihost {
+
+struct HostOptions {
+    std::string sLibrary;               // model library (.so)
+    std::string sAmiFile;               // its .ami file
+    std::vector<std::string> vSets;     // NAME=VALUE overrides, in order
+
+    std::string sInput;                 // waveform file; empty: built-in PRBS
+    int iPrbs = 7;                      // PRBS order
+    size_t nBits = 4000;                // PRBS bits to send
+    double dBitRate = 10e9;             // bits per second
+    bool bBitRateGiven = false;         // --bit-rate was on the command line
+    int iSamplesPerBit = 100;           // samples per UI
+    double dAmplitude = 0.5;            // NRZ levels are +/- this, V
+    bool bChannel = true;               // pass the PRBS through the built-in channel
+
+    size_t nBlock = 4096;               // samples per AMI_GetWave call
+    long iIgnoreBits = -1;              // bits left out of the eye; -1: the .ami's Ignore_Bits, else 100
+
+    bool bSweep = false;                // run every setting of sSweepParam
+    std::string sSweepParam = "EQ";
+    unsigned nJobs = 0;                 // sweep threads; 0: one per processor
+
+    std::string sOutDir = "amihost-out";
+    bool bProgress = true;
+};
+
+class Host {
+public:
+    // Runs everything, reporting on out; returns the exit code (0, or
+    // kInitFailed / kGetWaveFailed after reporting what the model said).
+    // Throws HostError for every failure found before or around the model.
+    static int Run(const HostOptions& options, std::ostream& out);
+
+    // One line describing the built-in channel and its loss at the Nyquist
+    // frequency of a bit rate.
+    static std::string ChannelSummary(double bitRate);
+};
+
+}  // namespace amihost
