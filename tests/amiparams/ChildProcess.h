@@ -15,35 +15,32 @@ namespace amiparams_test {
 
 struct ChildOutcome {
     bool bAborted = false;  // ended by SIGABRT
-    int nExitCode = -1;     // when it exited instead
     std::string sStdout;
 };
 
 // Runs fn in a child process whose standard output goes to a pipe.
 inline ChildOutcome RunInChild(const std::function<void()>& fn) {
-    ChildOutcome outcome;
     int fds[2];
-    if (pipe(fds) != 0) return outcome;
+    if (pipe(fds) != 0) return {};
     fflush(stdout);
     fflush(stderr);
-    pid_t pid = fork();
+    const pid_t pid = fork();
     if (pid == 0) {
-        close(fds[0]);
         dup2(fds[1], STDOUT_FILENO);
+        close(fds[0]);
         close(fds[1]);
         fn();
         fflush(stdout);
         _exit(0);
     }
     close(fds[1]);
+    ChildOutcome outcome;
     char buffer[512];
-    ssize_t n;
-    while ((n = read(fds[0], buffer, sizeof buffer)) > 0) outcome.sStdout.append(buffer, static_cast<size_t>(n));
+    for (ssize_t n; (n = read(fds[0], buffer, sizeof buffer)) > 0;) outcome.sStdout.append(buffer, size_t(n));
     close(fds[0]);
     int status = 0;
     waitpid(pid, &status, 0);
     outcome.bAborted = WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT;
-    if (WIFEXITED(status)) outcome.nExitCode = WEXITSTATUS(status);
     return outcome;
 }
 
@@ -55,12 +52,10 @@ inline std::string CaptureLog(const std::function<void()>& fn) {
     if (f == nullptr) return "<tmpfile failed>";
     ERRLOG_SetOutputFile(f);
     fn();
-    fflush(f);
-    std::string text;
-    rewind(f);
-    int c;
-    while ((c = fgetc(f)) != EOF) text.push_back(static_cast<char>(c));
     ERRLOG_SetOutputFile(previous);
+    std::string text(static_cast<size_t>(ftell(f)), '\0');
+    rewind(f);
+    text.resize(fread(&text[0], 1, text.size(), f));
     fclose(f);
     return text;
 }

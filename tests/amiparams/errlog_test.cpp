@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdarg>
+#include <functional>
 #include <string>
 
 using amiparams_test::CaptureLog;
@@ -13,170 +15,99 @@ using amiparams_test::RunInChild;
 
 namespace {
 
+int* const kFlags[] = {&gbOldStyleErrors, &gbSuppressBugs, &gbSuppressErrors, &gbSuppressWarns, &gbSuppressCautions};
+unsigned long* const kCounts[] = {&gulBug_cnt, &gulError_cnt, &gulWarn_cnt, &gulCaution_cnt, &gulLineNum};
+
 // Restores the log's global state after each test.
 class errlog : public ::testing::Test {
 protected:
-    void SetUp() override { Save(); }
-    void TearDown() override { Save(true); }
-
-private:
-    void Save(bool restore = false) {
-        int* flags[] = {&gbOldStyleErrors, &gbSuppressBugs, &gbSuppressErrors, &gbSuppressWarns, &gbSuppressCautions};
-        unsigned long* counts[] = {&gulBug_cnt, &gulError_cnt, &gulWarn_cnt, &gulCaution_cnt, &gulLineNum};
-        for (int i = 0; i < 5; ++i) restore ? void(*flags[i] = m_flags[i]) : void(m_flags[i] = *flags[i]);
-        for (int i = 0; i < 5; ++i) restore ? void(*counts[i] = m_counts[i]) : void(m_counts[i] = *counts[i]);
-    }
+    void SetUp() override { for (int i = 0; i < 5; ++i) m_flags[i] = *kFlags[i], m_counts[i] = *kCounts[i]; }
+    void TearDown() override { for (int i = 0; i < 5; ++i) *kFlags[i] = m_flags[i], *kCounts[i] = m_counts[i]; }
     int m_flags[5];
     unsigned long m_counts[5];
 };
 
-std::string OldStyle(int kind, const char* format, ...) {
+// Prints through the old-style or the numbered (code 42) printer; returns the log.
+std::string Print(bool numbered, int kind, const char* format, ...) {
     va_list args;
     va_start(args, format);
-    std::string out = CaptureLog([&] { s_ErrLog(kind, format, args); });
+    gbOldStyleErrors = numbered ? 0 : 1;
+    const std::string out = CaptureLog([&] { numbered ? s_ErrLogNew(42, kind, format, args) : s_ErrLog(kind, format, args); });
     va_end(args);
     return out;
 }
-
-std::string Numbered(unsigned code, int kind, const char* format, ...) {
-    va_list args;
-    va_start(args, format);
-    std::string out = CaptureLog([&] { s_ErrLogNew(code, kind, format, args); });
-    va_end(args);
-    return out;
-}
-
-unsigned long CounterOf(int kind) {
-    switch (kind / 2) {
-    case 0: return gulBug_cnt;
-    case 1: return gulError_cnt;
-    case 2: return gulWarn_cnt;
-    case 3: return gulCaution_cnt;
-    default: return 0;
-    }
-}
-
-// Per kind: the one-line prefix, the wrapped prefix and the text lengths
-// (inclusive) that wrap; in both styles.
-struct Layout {
-    int kind;
-    const char* oldLine;
-    const char* oldWrapped;
-    const char* numLine;
-    const char* numWrapped;
-    int wrapMin, wrapMax;  // 0: never wraps
-};
-
-const Layout kLayouts[] = {
-    {0, "PROGRAM BUG - ", nullptr, "B0042 - ", nullptr, 0, 0},
-    {1, "PROGRAM BUG (line    0) - ", nullptr, "B0042 (line    0) - ", nullptr, 0, 0},
-    {2, "ERROR - ", "ERROR -\n    ", "E0042 - ", "E0042 -\n    ", 72, 75},
-    {3, "ERROR (line    0) - ", "ERROR (line    0) -\n    ", "E0042 (line    0) - ", "E0042 (line    0) -\n    ", 60, 75},
-    {4, "WARNING - ", "WARNING -\n    ", "W0042 - ", "W0042 -\n    ", 70, 75},
-    {5, "WARNING (line    0) - ", "WARNING (line    0) -\n    ", "W0042 (line    0) - ", "W0042 (line    0) -\n    ", 58, 75},
-    {6, "CAUTION - ", "CAUTION -\n    ", "C0042 - ", "C0042 -\n    ", 70, 75},
-    {7, "CAUTION (line    0) - ", "CAUTION (line    0) -\n    ", "C0042 (line    0) - ", "C0042 (line    0) -\n    ", 58, 75},
-    {8, "NOTE - ", "NOTE -\n    ", "N0042 - ", "N0042 -\n    ", 73, 75},
-    {9, "NOTE (line    0) - ", "NOTE (line    0) -\n    ", "N0042 (line    0) - ", "N0042 (line    0) -\n    ", 61, 75},
-};
 
 }  // namespace
 
 TEST_F(errlog, LongTextsMoveToTheirOwnLineAtTheStatedWidths) {
-    for (const Layout& l : kLayouts) {
-        const int lengths[] = {l.wrapMin - 1, l.wrapMin, l.wrapMax, l.wrapMax + 1, 10, 74, 76, 120};
-        for (int length : lengths) {
+    // Per kind: the old-style prefix, the numbered one (with code 42), and the
+    // text lengths (inclusive) that wrap onto an indented line.
+    const struct { int kind; const char *old, *num; int wrapMin, wrapMax; } layouts[] = {
+        {0, "PROGRAM BUG -", "B0042 -", 0, 0}, {1, "PROGRAM BUG (line    0) -", "B0042 (line    0) -", 0, 0},
+        {2, "ERROR -", "E0042 -", 72, 75},     {3, "ERROR (line    0) -", "E0042 (line    0) -", 60, 75},
+        {4, "WARNING -", "W0042 -", 70, 75},   {5, "WARNING (line    0) -", "W0042 (line    0) -", 58, 75},
+        {6, "CAUTION -", "C0042 -", 70, 75},   {7, "CAUTION (line    0) -", "C0042 (line    0) -", 58, 75},
+        {8, "NOTE -", "N0042 -", 73, 75},      {9, "NOTE (line    0) -", "N0042 (line    0) -", 61, 75},
+    };
+    for (const auto& l : layouts) {
+        for (int length : {l.wrapMin - 1, l.wrapMin, l.wrapMax, l.wrapMax + 1, 10, 74, 76, 120}) {
             if (length < 1) continue;
             const std::string text(static_cast<size_t>(length), 'x');
-            const bool wraps = l.wrapMax > 0 && length >= l.wrapMin && length <= l.wrapMax;
+            const std::string gap = l.wrapMax > 0 && length >= l.wrapMin && length <= l.wrapMax ? "\n    " : " ";
             SCOPED_TRACE("kind " + std::to_string(l.kind) + " length " + std::to_string(length));
-
-            gbOldStyleErrors = 1;
-            const unsigned long before = CounterOf(l.kind);
-            EXPECT_EQ(OldStyle(l.kind, "%s", text.c_str()), (wraps ? l.oldWrapped : l.oldLine) + text + "\n");
-            EXPECT_EQ(CounterOf(l.kind), before + (l.kind < 8 ? 1 : 0));
-
-            gbOldStyleErrors = 0;
-            EXPECT_EQ(Numbered(42, l.kind, "%s", text.c_str()), (wraps ? l.numWrapped : l.numLine) + text + "\n");
-            EXPECT_EQ(CounterOf(l.kind), before + (l.kind < 8 ? 2 : 0));
+            unsigned long* counter = l.kind < 8 ? kCounts[l.kind / 2] : &gulLineNum;  // notes count nothing
+            const unsigned long before = *counter;
+            EXPECT_EQ(Print(false, l.kind, "%s", text.c_str()), l.old + gap + text + "\n");
+            EXPECT_EQ(Print(true, l.kind, "%s", text.c_str()), l.num + gap + text + "\n");
+            EXPECT_EQ(*counter, before + (l.kind < 8 ? 2 : 0));
         }
     }
-    // Information: nothing in the old style, never wrapped in the numbered one.
+    // Information: nothing in the old style, never wrapped in the numbered one; notes count nothing.
+    const unsigned long total = gulBug_cnt + gulError_cnt + gulWarn_cnt + gulCaution_cnt;
     const std::string text74(74, 'y');
-    gbOldStyleErrors = 1;
-    EXPECT_EQ(OldStyle(10, "%s", text74.c_str()), "");
-    EXPECT_EQ(OldStyle(11, "%s", text74.c_str()), "");
-    gbOldStyleErrors = 0;
-    EXPECT_EQ(Numbered(7, 10, "%s", text74.c_str()), "I0007 - " + text74 + "\n");
-
+    EXPECT_EQ(Print(false, 10, "%s", text74.c_str()) + Print(false, 11, "y") + Print(false, 8, "n"), "NOTE - n\n");
+    EXPECT_EQ(Print(true, 10, "%s", text74.c_str()), "I0042 - " + text74 + "\n");
+    EXPECT_EQ(gulBug_cnt + gulError_cnt + gulWarn_cnt + gulCaution_cnt, total);
     gulLineNum = 123456;
-    gbOldStyleErrors = 1;
-    EXPECT_EQ(OldStyle(3, "%s", "short"), "ERROR (line 123456) - short\n");
+    EXPECT_EQ(Print(false, 3, "short"), "ERROR (line 123456) - short\n");
 }
 
-TEST_F(errlog, TableMessagesPrintWithTheirOwnNewline) {
+TEST_F(errlog, TableMessagesSuppressionAndTheDefaultStream) {
     gbOldStyleErrors = 0;
-    const unsigned long errors = gulError_cnt, bugs = gulBug_cnt, warns = gulWarn_cnt;
-    EXPECT_EQ(CaptureLog([] { EXPECT_EQ(ERRLOG_ErrorNew(1906, 24u), 1); }),
-              "E1906 - Memory allocation failed.  This request 24.\n\n");
-    EXPECT_EQ(CaptureLog([] { EXPECT_EQ(ERRLOG_LineErrorNew(1907, 8u), 2); }),
-              "E1907 (line    0) - Memory reallocation failed.  This request 8.\n\n");
-    EXPECT_EQ(CaptureLog([] { EXPECT_EQ(ERRLOG_BugNew(1908, "cmn.cpp", 1878), 3); }),
-              "B1908 - Unable to Allocate Memory: cmn.cpp 1878\n");
-    EXPECT_EQ(CaptureLog([] { ERRLOG_LineBugNew(1908, "a", 1); }), "B1908 (line    0) - Unable to Allocate Memory: a 1\n");
-    EXPECT_EQ(CaptureLog([] { ERRLOG_WarnNew(1906, 1u); }), "W1906 - Memory allocation failed.  This request 1.\n\n");
-    EXPECT_EQ(CaptureLog([] { ERRLOG_LineWarnNew(1906, 2u); }),
-              "W1906 (line    0) - Memory allocation failed.  This request 2.\n\n");
+    const unsigned long errors = gulError_cnt, bugs = gulBug_cnt, warns = gulWarn_cnt, cautions = gulCaution_cnt;
+    const struct { std::function<void()> call; const char* line; } cases[] = {
+        {[] { EXPECT_EQ(ERRLOG_ErrorNew(1906, 24u), 1); }, "E1906 - Memory allocation failed.  This request 24.\n\n"},
+        {[] { EXPECT_EQ(ERRLOG_LineErrorNew(1907, 8u), 2); },
+         "E1907 (line    0) - Memory reallocation failed.  This request 8.\n\n"},
+        {[] { EXPECT_EQ(ERRLOG_BugNew(1908, "cmn.cpp", 1878), 3); }, "B1908 - Unable to Allocate Memory: cmn.cpp 1878\n"},
+        {[] { ERRLOG_LineBugNew(1908, "a", 1); }, "B1908 (line    0) - Unable to Allocate Memory: a 1\n"},
+        {[] { ERRLOG_WarnNew(1906, 1u); }, "W1906 - Memory allocation failed.  This request 1.\n\n"},
+        {[] { ERRLOG_LineWarnNew(1906, 2u); }, "W1906 (line    0) - Memory allocation failed.  This request 2.\n\n"},
+        {[] { EXPECT_EQ(ERRLOG_CautionNew(1906, 5u), 1); }, ""},  // cautions are suppressed by default
+        {[] { ERRLOG_ErrorNew(4242); }, "I0000 - Error code doesn't exist.\n"},  // counts nothing
+    };
+    for (const auto& c : cases) EXPECT_EQ(CaptureLog(c.call), c.line);
     EXPECT_EQ(gulError_cnt, errors + 2);
     EXPECT_EQ(gulBug_cnt, bugs + 2);
     EXPECT_EQ(gulWarn_cnt, warns + 2);
-
-    // Unknown numbers are reported as information, which the old style
-    // leaves out; nothing is counted.
-    EXPECT_EQ(CaptureLog([] { ERRLOG_ErrorNew(4242); }), "I0000 - Error code doesn't exist.\n");
-    gbOldStyleErrors = 1;
-    EXPECT_EQ(CaptureLog([] { ERRLOG_ErrorNew(4242); }), "");
-    EXPECT_EQ(gulError_cnt, errors + 2);
-
-    // Old style (the default): the severity word. The arguments are
-    // formatted a second time there, so only the fixed parts are compared.
-    std::string line = CaptureLog([] { ERRLOG_BugNew(1908, "cmn.cpp", 1878); });
-    EXPECT_EQ(line.rfind("PROGRAM BUG - Unable to Allocate Memory: ", 0), 0u) << line;
-    line = CaptureLog([] { ERRLOG_LineErrorNew(1906, 3u); });
-    EXPECT_EQ(line.rfind("ERROR (line    0) - Memory allocation failed.  This request ", 0), 0u) << line;
-    EXPECT_EQ(line.substr(line.size() - 3), ".\n\n");
-}
-
-TEST_F(errlog, SuppressedSeveritiesPrintAndCountNothing) {
-    const unsigned long cautions = gulCaution_cnt, errors = gulError_cnt;
-    EXPECT_EQ(CaptureLog([] { EXPECT_EQ(ERRLOG_CautionNew(1906, 5u), 1); }), "");  // suppressed by default
     EXPECT_EQ(gulCaution_cnt, cautions);
     gbSuppressCautions = 0;
-    gbOldStyleErrors = 0;
     EXPECT_EQ(CaptureLog([] { ERRLOG_CautionNew(1906, 5u); }), "C1906 - Memory allocation failed.  This request 5.\n\n");
-    EXPECT_EQ(gulCaution_cnt, cautions + 1);
-
-    gbSuppressErrors = 1;
-    EXPECT_EQ(CaptureLog([] { EXPECT_EQ(ERRLOG_ErrorNew(1907, 5u), 2); ERRLOG_LineErrorNew(1907, 5u); }), "");
-    EXPECT_EQ(gulError_cnt, errors);
-    gbSuppressBugs = 1;
-    gbSuppressWarns = 1;
-    EXPECT_EQ(CaptureLog([] { ERRLOG_BugNew(1908, "x", 1); ERRLOG_WarnNew(1906, 1u); ERRLOG_LineWarnNew(1906, 1u); }),
+    gbSuppressErrors = gbSuppressBugs = gbSuppressWarns = gbSuppressCautions = 1;
+    EXPECT_EQ(CaptureLog([] {
+                  ERRLOG_ErrorNew(1907, 5u), ERRLOG_LineErrorNew(1907, 5u), ERRLOG_BugNew(1908, "x", 1);
+                  ERRLOG_LineWarnNew(1906, 1u), ERRLOG_CautionNew(1906, 1u);
+              }),
               "");
-}
+    EXPECT_EQ(gulError_cnt + gulBug_cnt + gulWarn_cnt + gulCaution_cnt, errors + bugs + warns + cautions + 7);
+    gbOldStyleErrors = 1;  // information prints nothing in the old style
+    EXPECT_EQ(CaptureLog([] { ERRLOG_ErrorNew(4242); }), "");
 
-TEST_F(errlog, TableLookupAndDefaultStream) {
-    struct { unsigned code; int row; } cases[] = {{0, 0}, {1906, 1}, {1907, 2}, {1908, 3}, {1, -1}, {1905, -1}, {1909, -1}, {4294967295u, -1}};
-    for (const auto& c : cases) EXPECT_EQ(BSearchErrorLogTable(c.code), c.row) << c.code;
-    EXPECT_EQ(PARSE_GetLineNum(), gulLineNum);
-
+    for (unsigned code : {0u, 1906u, 1907u, 1908u, 1u, 1909u, 4294967295u})
+        EXPECT_EQ(BSearchErrorLogTable(code), code < 1906 ? (code ? -1 : 0) : code > 1908 ? -1 : int(code - 1905));
     // With no stream set, the first message goes to standard output.
-    auto outcome = RunInChild([] {
-        ERRLOG_SetOutputFile(nullptr);
-        gbOldStyleErrors = 0;
-        ERRLOG_ErrorNew(1906, 7u);
-        if (gpLogFile != stdout) printf("stream not set\n");
+    const auto child = RunInChild([] {
+        ERRLOG_SetOutputFile(nullptr), gbOldStyleErrors = gbSuppressErrors = 0, ERRLOG_ErrorNew(1906, 7u);
     });
-    EXPECT_EQ(outcome.nExitCode, 0);
-    EXPECT_EQ(outcome.sStdout, "E1906 - Memory allocation failed.  This request 7.\n\n");
+    EXPECT_EQ(child.sStdout, "E1906 - Memory allocation failed.  This request 7.\n\n");
 }

@@ -27,11 +27,9 @@ const int D = 37;  // latency in samples: two UI and five samples
 
 std::vector<double> Synthetic(const std::vector<uint8_t>& bits, double A, double c) {
     std::vector<double> y(D + bits.size() * S, 0.0);
+    auto a = [&](size_t i) { return i < bits.size() && bits[i] ? 1.0 : -1.0; };  // 0 - 1 wraps past the end
     for (size_t k = 0; k < bits.size(); ++k) {
-        const double a = bits[k] ? 1.0 : -1.0;
-        const double prev = k > 0 && bits[k - 1] ? 1.0 : -1.0;
-        const double next = k + 1 < bits.size() && bits[k + 1] ? 1.0 : -1.0;
-        for (int j = 0; j < S; ++j) y[D + k * S + j] = A * a * (1.0 - std::abs(j - 6) / 16.0) + c * (prev + next);
+        for (int j = 0; j < S; ++j) y[D + k * S + j] = A * a(k) * (1.0 - std::abs(j - 6) / 16.0) + c * (a(k - 1) + a(k + 1));
     }
     return y;
 }
@@ -39,15 +37,10 @@ std::vector<double> Synthetic(const std::vector<uint8_t>& bits, double A, double
 }  // namespace
 
 TEST(EyeMetrics, SyntheticEyeMatchesClosedForm) {
-    amihost::Prbs prbs(7);
-    const std::vector<uint8_t> bits = prbs.Bits(400);
+    const std::vector<uint8_t> bits = amihost::Prbs(7).Bits(400);
     const double A = 0.5;
-    const struct {
-        double c;
-        double height;   // 2 (A - 2|c|) at j = 6
-        double widthUI;  // phases with A w(j) > 2|c|, over S
-        bool open;
-    } cases[] = {
+    // height: 2 (A - 2|c|) at j = 6; width: the phases with A w(j) > 2|c|, over S.
+    const struct { double c, height, widthUI; bool open; } cases[] = {
         {0.15, 0.4, 13.0 / S, true},   // w > 0.6: |j - 6| <= 6, j = 0 .. 12
         {0.175, 0.3, 9.0 / S, true},   // w > 0.7: |j - 6| <= 4
         {-0.2, 0.2, 7.0 / S, true},    // w > 0.8: |j - 6| <= 3
@@ -74,27 +67,21 @@ TEST(EyeMetrics, SyntheticEyeMatchesClosedForm) {
 }
 
 TEST(EyeMetrics, LevelsAndBitCountAtTheBestPhase) {
-    amihost::Prbs prbs(7);
-    const std::vector<uint8_t> bits = prbs.Bits(300);
-    const std::vector<double> y = Synthetic(bits, 0.5, 0.1);
-    const EyeResult r = EyeMetrics::Measure(y, S, bits, 10, 8 * S);
+    const std::vector<uint8_t> bits = amihost::Prbs(7).Bits(300);
+    const EyeResult r = EyeMetrics::Measure(Synthetic(bits, 0.5, 0.1), S, bits, 10, 8 * S);
     // At the peak y = +/-0.5 + 0.1 (a_{k-1} + a_{k+1}); the bits whose sample
     // lies inside the waveform are 10 .. 299.
-    double sum1 = 0.0, sum0 = 0.0;
-    size_t n1 = 0, n0 = 0;
+    double sum[2] = {}, count[2] = {};
+    auto level = [&](size_t k) { return k < bits.size() && bits[k] ? 1.0 : -1.0; };
     for (size_t k = 10; k < bits.size(); ++k) {
-        const double next = k + 1 < bits.size() && bits[k + 1] ? 1.0 : -1.0;
-        const double v = (bits[k] ? 0.5 : -0.5) + 0.1 * ((bits[k - 1] ? 1.0 : -1.0) + next);
-        (bits[k] ? sum1 : sum0) += v;
-        ++(bits[k] ? n1 : n0);
+        sum[bits[k]] += 0.5 * level(k) + 0.1 * (level(k - 1) + level(k + 1));
+        ++count[bits[k]];
     }
     EXPECT_EQ(r.nBits, bits.size() - 10);
-    EXPECT_NEAR(r.dLevel1, sum1 / n1, 1e-12);
-    EXPECT_NEAR(r.dLevel0, sum0 / n0, 1e-12);
-}
-
-TEST(EyeMetrics, TooShortAWaveformIsRefused) {
-    const std::vector<uint8_t> ones(50, 1);
-    EXPECT_THROW(EyeMetrics::Measure(std::vector<double>(800, 1.0), S, ones, 0, S), std::invalid_argument);
+    EXPECT_NEAR(r.dLevel1, sum[1] / count[1], 1e-12);
+    EXPECT_NEAR(r.dLevel0, sum[0] / count[0], 1e-12);
+    // A waveform with no room for the delays is refused.
+    EXPECT_THROW(EyeMetrics::Measure(std::vector<double>(800, 1.0), S, std::vector<uint8_t>(50, 1), 0, S),
+                 std::invalid_argument);
     EXPECT_THROW(EyeMetrics::MeasureBlind(std::vector<double>(3 * S, 0.0), S, 5), std::invalid_argument);
 }

@@ -1,6 +1,6 @@
 // amihost as a user runs it: exit codes and messages for each kind of
-// failure, AMI_Close after every failure, and a sweep whose per-setting
-// results equal single runs of the same setting.
+// failure, AMI_Close after every failure, the files of a run, and a sweep
+// whose per-setting results equal single runs of the same setting.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
@@ -12,15 +12,11 @@
 
 namespace {
 
-struct Result {
-    int code;
-    std::string out, err;
-};
+struct Result { int code; std::string out, err; };
 
 std::string Slurp(const std::string& path) {
-    std::ifstream f(path, std::ios::binary);
     std::ostringstream s;
-    s << f.rdbuf();
+    s << std::ifstream(path, std::ios::binary).rdbuf();
     return s.str();
 }
 
@@ -35,11 +31,9 @@ protected:
         // The kit with its ranges opened up, so that values the model itself
         // rejects reach it.
         std::string wide = Slurp(KIT_AMI_PATH);
-        for (const auto& r : {std::make_pair("(Range 0 0 15)", "(Range 0 0 99)"),
-                              std::make_pair("(Range 100 16 100000)", "(Range 100 1 100000)")}) {
-            const size_t at = wide.find(r.first);
-            ASSERT_NE(at, std::string::npos) << r.first;
-            wide.replace(at, std::string(r.first).size(), r.second);
+        for (const std::string from : {"(Range 0 0 15)", "(Range 100 16 100000)"}) {
+            ASSERT_NE(wide.find(from), std::string::npos) << from;
+            wide.replace(wide.find(from), from.size(), from == "(Range 0 0 15)" ? "(Range 0 0 99)" : "(Range 100 1 100000)");
         }
         Spit(s_dir + "/wide.ami", wide);
         Spit(s_dir + "/stub.ami",
@@ -55,18 +49,16 @@ protected:
     static Result Run(const std::vector<std::string>& args) {
         std::string cmd = "cd '" + s_dir + "' && AMIHOST_STUB_LOG=stub.log '" AMIHOST_PATH "'";
         for (const std::string& a : args) cmd += " '" + a + "'";
-        cmd += " > out.txt 2> err.txt";
-        const int status = std::system(cmd.c_str());
+        const int status = std::system((cmd + " > out.txt 2> err.txt").c_str());
         return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, Slurp(s_dir + "/out.txt"), Slurp(s_dir + "/err.txt")};
     }
 
     // A short run of the real model: PRBS7, 300 bits of 32 samples.
     static std::vector<std::string> Kit(std::vector<std::string> extra, const std::string& ami = KIT_AMI_PATH) {
-        std::vector<std::string> a = {"--lib", KV2_RX_SO_PATH, "--ami", ami, "--bits", "300", "--bit-rate", "31.25e9",
-                                      "--samples-per-bit", "32", "--set", "SamplesPerBit=32", "--ignore-bits", "20",
-                                      "--no-progress"};
-        a.insert(a.end(), extra.begin(), extra.end());
-        return a;
+        extra.insert(extra.begin(), {"--lib", KV2_RX_SO_PATH, "--ami", ami, "--bits", "300", "--bit-rate", "31.25e9",
+                                     "--samples-per-bit", "32", "--set", "SamplesPerBit=32", "--ignore-bits", "20",
+                                     "--no-progress"});
+        return extra;
     }
 
     static std::string s_dir;
@@ -84,13 +76,18 @@ std::vector<std::string> Eyes(const std::string& json) {
 
 }  // namespace
 
-TEST_F(Host, FailuresExitWithTheirOwnCodeAndMessage) {
+TEST_F(Host, EveryOutcomeHasItsExitCodeAndMessage) {
     const std::string stub = s_dir + "/stub.ami";
-    const struct {
-        std::vector<std::string> args;
-        int code;
-        std::string err;
-    } cases[] = {
+    auto failed = [](const char* call) {
+        return std::string("amihost: ") + call + " failed (the report above and amihost-out/summary.json say what "
+               "the model returned)\n";
+    };
+    auto Stub = [&](const char* mode) {
+        return std::vector<std::string>{"--lib", STUB_MODEL_PATH, "--ami", stub, "--set", mode, "--bits", "200",
+                                        "--no-progress"};
+    };
+    // out: a part of standard output; calls: the stub's log.
+    const struct { std::vector<std::string> args; int code; std::string err, out = ""; const char* calls = nullptr; } cases[] = {
         {{"--lib", "/nonexistent/m.so", "--ami", KIT_AMI_PATH}, 3,
          "amihost: missing library: model library not found: /nonexistent/m.so\n"},
         {{"--lib", STUB_PARTIAL_PATH, "--ami", stub}, 4,
@@ -106,21 +103,30 @@ TEST_F(Host, FailuresExitWithTheirOwnCodeAndMessage) {
         {Kit({"--sweep-eq", "--sweep-param", "Corner", "--set", "Corner=Fast"}), 0, ""},
         {Kit({"--sweep-eq", "--sweep-param", "SampleRate"}), 6,
          "amihost: bad parameter: cannot sweep SampleRate: it has neither an Integer Range nor a List\n"},
-        // The model's own diagnostics come first, on standard error.
+        // The model's own diagnostics come first, on standard error; AMI_Close follows every failure.
         {Kit({"--set", "SamplesPerBit=15"}, s_dir + "/wide.ami"), 7,
-         "Latency must be lager than or equal to 0 and smaller than or equal to SamplesPerBit / 2.\n"
-         "amihost: AMI_Init failed (the report above and amihost-out/summary.json say what the model returned)\n"},
+         "Latency must be lager than or equal to 0 and smaller than or equal to SamplesPerBit / 2.\n" + failed("AMI_Init"),
+         "AMI_Init returned 0, message: \"Error occurred in KV2_RX::Setup(). \"\nAMI_Close returned 1\n"},
         {Kit({"--set", "EQ=16"}, s_dir + "/wide.ami"), 8,
          "Control input signal value is equal to 16.  There are 16 inputs connected.  The valid control input "
-         "range is [0,15].\n"
-         "amihost: AMI_GetWave failed (the report above and amihost-out/summary.json say what the model "
-         "returned)\n"},
+         "range is [0,15].\n" + failed("AMI_GetWave")},
+        {Stub("Mode=1"), 7, failed("AMI_Init"), "AMI_Init returned 0, message: \"stub init failed\"", "init\nclose\n"},
+        {Stub("Mode=2"), 8, failed("AMI_GetWave"), "", "init\ngetwave\nclose\n"},
+        {Kit({"--set", "EQ=9", "-o", "single"}), 0, "",
+         "parameters : (KV2_RX (SampleRate 1e12) (EQ 9) (SamplesPerBit 32) (Corner \"Typ\"))\n"
+         "AMI_Init returned 1, message: (none)\n"},
     };
     for (const auto& c : cases) {
+        std::remove((s_dir + "/stub.log").c_str());
         const Result r = Run(c.args);
         EXPECT_EQ(r.code, c.code) << r.err;
         EXPECT_EQ(r.err, c.err);
+        EXPECT_NE(r.out.find(c.out), std::string::npos) << r.out;
+        EXPECT_EQ(Slurp(s_dir + "/stub.log"), c.calls ? c.calls : "");
     }
+    EXPECT_EQ(Slurp(s_dir + "/single/eye.png").substr(0, 8), "\x89PNG\r\n\x1a\n");
+    EXPECT_EQ(Slurp(s_dir + "/single/waveform.csv").rfind("time_s,input_V,output_V\n0,", 0), 0u);
+    EXPECT_EQ(Eyes(Slurp(s_dir + "/single/summary.json")).size(), 1u);
     // The command line itself: CLI11's own wording, our exit code.
     const Result usage = Run({"--lib", KV2_RX_SO_PATH});
     EXPECT_EQ(usage.code, 2);
@@ -128,64 +134,21 @@ TEST_F(Host, FailuresExitWithTheirOwnCodeAndMessage) {
     EXPECT_EQ(Run({"--lib", KV2_RX_SO_PATH, "--ami", KIT_AMI_PATH, "--prbs", "9"}).code, 2);
 }
 
-TEST_F(Host, ReportsWhatTheModelSaidAndAlwaysCloses) {
-    const Result failed = Run(Kit({"--set", "SamplesPerBit=15"}, s_dir + "/wide.ami"));
-    EXPECT_NE(failed.out.find("AMI_Init returned 0, message: \"Error occurred in KV2_RX::Setup(). \"\nAMI_Close returned 1\n"),
-              std::string::npos)
-        << failed.out;
-
-    const std::string stub = s_dir + "/stub.ami";
-    const struct {
-        const char* mode;
-        int code;
-        const char* calls;  // the stub's log
-    } cases[] = {{"Mode=1", 7, "init\nclose\n"}, {"Mode=2", 8, "init\ngetwave\nclose\n"}};
-    for (const auto& c : cases) {
-        std::remove((s_dir + "/stub.log").c_str());
-        const Result r = Run({"--lib", STUB_MODEL_PATH, "--ami", stub, "--set", c.mode, "--bits", "200", "--no-progress"});
-        EXPECT_EQ(r.code, c.code) << c.mode << ": " << r.err;
-        EXPECT_EQ(Slurp(s_dir + "/stub.log"), c.calls) << c.mode;
-    }
-    EXPECT_NE(Run({"--lib", STUB_MODEL_PATH, "--ami", stub, "--set", "Mode=1", "--bits", "200"})
-                  .out.find("AMI_Init returned 0, message: \"stub init failed\""),
-              std::string::npos);
-}
-
-TEST_F(Host, SingleRunWritesItsResults) {
-    const Result r = Run(Kit({"--set", "EQ=9", "-o", "single"}));
-    ASSERT_EQ(r.code, 0) << r.err;
-    EXPECT_EQ(r.err, "");
-    EXPECT_NE(r.out.find("parameters : (KV2_RX (SampleRate 1e12) (EQ 9) (SamplesPerBit 32) (Corner \"Typ\"))\n"
-                         "AMI_Init returned 1, message: (none)\n"),
-              std::string::npos)
-        << r.out;
-    EXPECT_EQ(Slurp(s_dir + "/single/eye.png").substr(0, 8), "\x89PNG\r\n\x1a\n");
-    EXPECT_EQ(Slurp(s_dir + "/single/waveform.csv").rfind("time_s,input_V,output_V\n0,", 0), 0u);
-    EXPECT_EQ(Eyes(Slurp(s_dir + "/single/summary.json")).size(), 1u);
-}
-
 TEST_F(Host, SweepSettingsEqualSingleRuns) {
     const Result sweep = Run(Kit({"--sweep-eq", "--jobs", "3", "-o", "sweep"}));
     ASSERT_EQ(sweep.code, 0) << sweep.err;
+    EXPECT_NE(sweep.out.find("<- best"), std::string::npos);
     const std::string json = Slurp(s_dir + "/sweep/summary.json");
     const std::vector<std::string> eyes = Eyes(json);
     ASSERT_EQ(eyes.size(), 16u);
-    const size_t bestAt = json.find("\"best\": ");
-    ASSERT_NE(bestAt, std::string::npos);
-    const int best = std::atoi(json.c_str() + bestAt + 8);
-    EXPECT_NE(sweep.out.find("<- best"), std::string::npos);
-
+    ASSERT_NE(json.find("\"best\": "), std::string::npos);
+    const int best = std::atoi(json.c_str() + json.find("\"best\": ") + 8);
     for (int eq = 0; eq < 16; ++eq) {
-        const std::string dir = "eq" + std::to_string(eq);
-        const Result single = Run(Kit({"--set", "EQ=" + std::to_string(eq), "-o", dir}));
-        ASSERT_EQ(single.code, 0) << single.err;
-        const std::vector<std::string> one = Eyes(Slurp(s_dir + "/" + dir + "/summary.json"));
-        ASSERT_EQ(one.size(), 1u);
-        EXPECT_EQ(one[0], eyes[eq]) << "EQ " << eq;
-        if (eq == best) {
-            EXPECT_EQ(Slurp(s_dir + "/" + dir + "/waveform.csv"),
-                      Slurp(s_dir + "/sweep/waveform_EQ" + std::to_string(eq) + ".csv"));
-        }
+        const std::string dir = s_dir + "/eq" + std::to_string(eq);
+        ASSERT_EQ(Run(Kit({"--set", "EQ=" + std::to_string(eq), "-o", "eq" + std::to_string(eq)})).code, 0);
+        EXPECT_EQ(Eyes(Slurp(dir + "/summary.json")), std::vector<std::string>{eyes[eq]}) << "EQ " << eq;
+        const std::string sweptWave = s_dir + "/sweep/waveform_EQ" + std::to_string(eq) + ".csv";
+        EXPECT_TRUE(eq != best || Slurp(dir + "/waveform.csv") == Slurp(sweptWave)) << "EQ " << eq;
     }
     EXPECT_EQ(Slurp(s_dir + "/sweep/eye_EQ0.png").substr(0, 4), "\x89PNG");
 }

@@ -12,16 +12,10 @@ char kInitMessage[] = "stub init failed";
 
 void Log(const char* what) {
     const char* path = std::getenv("AMIHOST_STUB_LOG");
-    if (path == nullptr) return;
-    if (FILE* f = std::fopen(path, "a")) {
-        std::fprintf(f, "%s\n", what);
-        std::fclose(f);
-    }
+    if (FILE* f = path ? std::fopen(path, "a") : nullptr) std::fprintf(f, "%s\n", what), std::fclose(f);
 }
 
-struct Instance {
-    bool bFailGetWave;
-};
+struct Instance { bool bFailGetWave; };
 
 }  // namespace
 
