@@ -76,12 +76,7 @@ bool BiquadCascade::Initialize() {
             ReleaseState(m_pState1, m_pState2);
             return false;
         }
-        t[0] = t[0] / a0;
-        t[1] = t[1] / a0;
-        t[2] = t[2] / a0;
-        t[4] = t[4] / a0;
-        t[5] = t[5] / a0;
-        t[3] = 1.0;
+        NormaliseByA0(t);
     }
 
     ReleaseState(m_pState1, m_pState2);

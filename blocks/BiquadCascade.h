@@ -49,6 +49,18 @@ struct TwoBiquadRecurrence {
     }
 };
 
+// Divides a section's b0, b1, b2, a1, a2 (taps[0..5] = b0 b1 b2 a0 a1 a2) by
+// its a0 and sets a0 to 1.
+inline void NormaliseByA0(double* taps) {
+    const double a0 = taps[3];
+    taps[0] = taps[0] / a0;
+    taps[1] = taps[1] / a0;
+    taps[2] = taps[2] / a0;
+    taps[4] = taps[4] / a0;
+    taps[5] = taps[5] / a0;
+    taps[3] = 1.0;
+}
+
 class BiquadCascade : public DFModel {
 public:
     double* m_pTaps = nullptr;   // new[]: per biquad b0 b1 b2 a0 a1 a2 (a0 is also called D0)

@@ -5,6 +5,8 @@
 
 #include <immintrin.h>
 
+#include "blocks/FirGroups.h"
+
 namespace TesselModelBuilder {
 
 namespace {
@@ -19,56 +21,37 @@ void FirScalar(const double* taps, size_t T, const double* x, double* out, size_
     }
 }
 
-// Four accumulators of four lanes: sixteen output samples in flight hide the
-// latency of the adds.
+// Whole groups of outputs first (enough sums in flight to hide the latency
+// of the adds), then single vectors, then the scalar remainder.
 __attribute__((target("avx2"))) void FirAvx2(const double* taps, size_t T, const double* x,
                                              double* out, size_t n) {
     size_t i = 0;
-    for (; i + 16 <= n; i += 16) {
+    for (; i + FirGroupAvx2::kOutputs <= n; i += FirGroupAvx2::kOutputs) {
         const double* newest = x + (T - 1) + i;
-        __m256d a0 = _mm256_setzero_pd(), a1 = a0, a2 = a0, a3 = a0;
-        for (size_t k = 0; k < T; ++k) {
-            const __m256d t = _mm256_broadcast_sd(taps + k);
-            const double* p = newest - k;
-            a0 = _mm256_add_pd(a0, _mm256_mul_pd(t, _mm256_loadu_pd(p)));
-            a1 = _mm256_add_pd(a1, _mm256_mul_pd(t, _mm256_loadu_pd(p + 4)));
-            a2 = _mm256_add_pd(a2, _mm256_mul_pd(t, _mm256_loadu_pd(p + 8)));
-            a3 = _mm256_add_pd(a3, _mm256_mul_pd(t, _mm256_loadu_pd(p + 12)));
-        }
-        _mm256_storeu_pd(out + i, a0);
-        _mm256_storeu_pd(out + i + 4, a1);
-        _mm256_storeu_pd(out + i + 8, a2);
-        _mm256_storeu_pd(out + i + 12, a3);
+        FirGroupAvx2 g;
+        Clear(g);
+        for (size_t k = 0; k < T; ++k) AddTap(g, taps[k], newest - k);
+        Store(g, out + i);
     }
     for (; i + 4 <= n; i += 4) {
         const double* newest = x + (T - 1) + i;
         __m256d a = _mm256_setzero_pd();
         for (size_t k = 0; k < T; ++k)
-            a = _mm256_add_pd(a, _mm256_mul_pd(_mm256_broadcast_sd(taps + k), _mm256_loadu_pd(newest - k)));
+            a = _mm256_add_pd(a, _mm256_mul_pd(_mm256_set1_pd(taps[k]), _mm256_loadu_pd(newest - k)));
         _mm256_storeu_pd(out + i, a);
     }
     FirScalar(taps, T, x, out, i, n);
 }
 
-// Four accumulators of eight lanes: thirty-two output samples in flight.
 __attribute__((target("avx512f"))) void FirAvx512(const double* taps, size_t T, const double* x,
                                                   double* out, size_t n) {
     size_t i = 0;
-    for (; i + 32 <= n; i += 32) {
+    for (; i + FirGroupAvx512::kOutputs <= n; i += FirGroupAvx512::kOutputs) {
         const double* newest = x + (T - 1) + i;
-        __m512d a0 = _mm512_setzero_pd(), a1 = a0, a2 = a0, a3 = a0;
-        for (size_t k = 0; k < T; ++k) {
-            const __m512d t = _mm512_set1_pd(taps[k]);
-            const double* p = newest - k;
-            a0 = _mm512_add_pd(a0, _mm512_mul_pd(t, _mm512_loadu_pd(p)));
-            a1 = _mm512_add_pd(a1, _mm512_mul_pd(t, _mm512_loadu_pd(p + 8)));
-            a2 = _mm512_add_pd(a2, _mm512_mul_pd(t, _mm512_loadu_pd(p + 16)));
-            a3 = _mm512_add_pd(a3, _mm512_mul_pd(t, _mm512_loadu_pd(p + 24)));
-        }
-        _mm512_storeu_pd(out + i, a0);
-        _mm512_storeu_pd(out + i + 8, a1);
-        _mm512_storeu_pd(out + i + 16, a2);
-        _mm512_storeu_pd(out + i + 24, a3);
+        FirGroupAvx512 g;
+        Clear(g);
+        for (size_t k = 0; k < T; ++k) AddTap(g, taps[k], newest - k);
+        Store(g, out + i);
     }
     for (; i + 8 <= n; i += 8) {
         const double* newest = x + (T - 1) + i;

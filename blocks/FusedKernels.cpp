@@ -5,6 +5,7 @@
 
 #include <immintrin.h>
 
+#include "blocks/FirGroups.h"
 #include "blocks/FirKernels.h"
 
 namespace TesselModelBuilder {
@@ -15,31 +16,24 @@ void CascadeOnly(TwoBiquadRecurrence& cascade, const double* x, double* y, size_
     for (size_t i = begin; i < n; ++i) y[i] = cascade.Step(x[i]);
 }
 
+// The group loop is written out per instruction set (not shared through a
+// template) so that the vector helpers inline into it.
 __attribute__((target("avx512f"))) void CascadeWithFirAvx512(
     TwoBiquadRecurrence& cascade, const double* x, double* y, size_t n, const double* taps,
     size_t T, const double* firIn, double* fir, size_t m) {
-    constexpr size_t G = 32;
+    constexpr size_t G = FirGroupAvx512::kOutputs;
     TwoBiquadRecurrence c = cascade;
     size_t i = 0, j = 0;
     for (; i + G <= n && j + G <= m; i += G, j += G) {
         const double* newest = firIn + (T - 1) + j;
-        __m512d a0 = _mm512_setzero_pd(), a1 = a0, a2 = a0, a3 = a0;
+        FirGroupAvx512 g;
+        Clear(g);
         size_t k = 0;
         for (size_t r = 0; r < G; ++r) {
             y[i + r] = c.Step(x[i + r]);
-            for (const size_t kEnd = (r + 1) * T / G; k < kEnd; ++k) {
-                const __m512d t = _mm512_set1_pd(taps[k]);
-                const double* p = newest - k;
-                a0 = _mm512_add_pd(a0, _mm512_mul_pd(t, _mm512_loadu_pd(p)));
-                a1 = _mm512_add_pd(a1, _mm512_mul_pd(t, _mm512_loadu_pd(p + 8)));
-                a2 = _mm512_add_pd(a2, _mm512_mul_pd(t, _mm512_loadu_pd(p + 16)));
-                a3 = _mm512_add_pd(a3, _mm512_mul_pd(t, _mm512_loadu_pd(p + 24)));
-            }
+            for (const size_t kEnd = (r + 1) * T / G; k < kEnd; ++k) AddTap(g, taps[k], newest - k);
         }
-        _mm512_storeu_pd(fir + j, a0);
-        _mm512_storeu_pd(fir + j + 8, a1);
-        _mm512_storeu_pd(fir + j + 16, a2);
-        _mm512_storeu_pd(fir + j + 24, a3);
+        Store(g, fir + j);
     }
     CascadeOnly(c, x, y, i, n);
     cascade = c;
@@ -49,28 +43,19 @@ __attribute__((target("avx512f"))) void CascadeWithFirAvx512(
 __attribute__((target("avx2"))) void CascadeWithFirAvx2(
     TwoBiquadRecurrence& cascade, const double* x, double* y, size_t n, const double* taps,
     size_t T, const double* firIn, double* fir, size_t m) {
-    constexpr size_t G = 16;
+    constexpr size_t G = FirGroupAvx2::kOutputs;
     TwoBiquadRecurrence c = cascade;
     size_t i = 0, j = 0;
     for (; i + G <= n && j + G <= m; i += G, j += G) {
         const double* newest = firIn + (T - 1) + j;
-        __m256d a0 = _mm256_setzero_pd(), a1 = a0, a2 = a0, a3 = a0;
+        FirGroupAvx2 g;
+        Clear(g);
         size_t k = 0;
         for (size_t r = 0; r < G; ++r) {
             y[i + r] = c.Step(x[i + r]);
-            for (const size_t kEnd = (r + 1) * T / G; k < kEnd; ++k) {
-                const __m256d t = _mm256_broadcast_sd(taps + k);
-                const double* p = newest - k;
-                a0 = _mm256_add_pd(a0, _mm256_mul_pd(t, _mm256_loadu_pd(p)));
-                a1 = _mm256_add_pd(a1, _mm256_mul_pd(t, _mm256_loadu_pd(p + 4)));
-                a2 = _mm256_add_pd(a2, _mm256_mul_pd(t, _mm256_loadu_pd(p + 8)));
-                a3 = _mm256_add_pd(a3, _mm256_mul_pd(t, _mm256_loadu_pd(p + 12)));
-            }
+            for (const size_t kEnd = (r + 1) * T / G; k < kEnd; ++k) AddTap(g, taps[k], newest - k);
         }
-        _mm256_storeu_pd(fir + j, a0);
-        _mm256_storeu_pd(fir + j + 4, a1);
-        _mm256_storeu_pd(fir + j + 8, a2);
-        _mm256_storeu_pd(fir + j + 12, a3);
+        Store(g, fir + j);
     }
     CascadeOnly(c, x, y, i, n);
     cascade = c;

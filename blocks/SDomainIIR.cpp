@@ -154,16 +154,7 @@ bool SDomainIIR::Initialize() {
     FillSide(m_pTaps, 3, S, M, m_ComplexConjugatePoles, m_RealPoles, d);
     FillSide(m_pTaps, 0, S, M, m_ComplexConjugateZeros, m_RealZeros, d);
 
-    for (size_t k = 0; k < S; ++k) {
-        double* t = m_pTaps + 6 * k;
-        const double a0 = t[3];
-        t[0] = t[0] / a0;
-        t[1] = t[1] / a0;
-        t[2] = t[2] / a0;
-        t[4] = t[4] / a0;
-        t[5] = t[5] / a0;
-        t[3] = 1.0;
-    }
+    for (size_t k = 0; k < S; ++k) NormaliseByA0(m_pTaps + 6 * k);
 
     double g = m_Gain;
     for (size_t k = 0; k < S; ++k) {
