@@ -92,13 +92,36 @@ long RunPerSample(AMIContainer& c, double* wave, long wave_size) {
     return 1;
 }
 
+// A thread's first exception needs this library's thread-local data, which
+// the loader allocates on first use and, when it cannot, ends the process
+// instead of throwing. Touching it on entry, before the call allocates
+// anything, makes an out-of-memory failure later in the call catchable.
+// (The count is read into a volatile: the call is pure and would otherwise
+// be dropped.)
+void PrepareThreadForExceptions() {
+    volatile int pending = std::uncaught_exceptions();
+    (void)pending;
+}
+
 }  // namespace
+
+#ifdef KV2_PRIVATE_CXX_RUNTIME
+// The C++ runtime linked into this library keeps an emergency pool for
+// exceptions thrown when memory runs out; only __freeres gives it back. A
+// host that unloads the library would otherwise lose the pool with every
+// dlclose.
+namespace __gnu_cxx {
+void __freeres() noexcept;
+}
+__attribute__((destructor)) static void ReleaseCxxRuntimePool() { __gnu_cxx::__freeres(); }
+#endif
 
 extern "C" {
 
 long AMI_Init(double* /*impulse_matrix*/, long /*row_size*/, long /*aggressors*/,
               double sample_interval, double bit_time, char* AMI_parameters_in,
               char** /*AMI_parameters_out*/, void** AMI_memory_handle, char** msg) {
+    PrepareThreadForExceptions();
     if (AMI_memory_handle == nullptr) {
         if (msg != nullptr) *msg = kNoHandleMessage;
         return 0;
@@ -126,6 +149,7 @@ long AMI_Init(double* /*impulse_matrix*/, long /*row_size*/, long /*aggressors*/
 
 long AMI_GetWave(double* wave, long wave_size, double* clock_times, char** /*AMI_parameters_out*/,
                  void* AMI_memory) {
+    PrepareThreadForExceptions();
     AMIContainer* c = AMIContainer::FromHandle(AMI_memory);
     if (c == nullptr || wave_size < 0 || (wave == nullptr && wave_size > 0)) return 0;
     // A model whose Setup failed was never wired: there is nothing to run.
@@ -151,6 +175,7 @@ long AMI_GetWave(double* wave, long wave_size, double* clock_times, char** /*AMI
 }
 
 long AMI_Close(void* AMI_memory) {
+    PrepareThreadForExceptions();
     AMIContainer* c = AMIContainer::FromHandle(AMI_memory);
     if (c == nullptr) return 0;
     long result = 1;

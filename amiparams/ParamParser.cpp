@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <vector>
 #include <strings.h>
 
 namespace TesselModelBuilder {
@@ -47,24 +48,42 @@ _tagLeafStruct* ParamParser::GetLeaf(const char* path) {
 
 _tagLeafStruct* ParamParser::FindLeafWithName(const _tagBranchStruct* branch, const char* path,
                                               const char* prefix) {
-    if (branch == nullptr || branch->nChildren < 1 || branch->pChildren == nullptr || path == nullptr)
-        return nullptr;
-    std::string full = (prefix == nullptr || *prefix == '\0') ? std::string() : std::string(prefix) + ".";
-    full += branch->pszName != nullptr ? branch->pszName : "";
-    // Nothing below can match unless the path goes through this branch;
-    // stopping here also bounds the recursion by the path's length.
-    if (!PathEntersBranch(path, full)) return nullptr;
+    if (path == nullptr) return nullptr;
+    // Depth-first, children in document order, with the open branches on an
+    // explicit stack: nameless branches (a "(" right after a "(") carry no
+    // prefix, so the path alone cannot bound how deep a search may go.
+    struct OpenBranch {
+        const _tagBranchStruct* pBranch;
+        std::string sFull;  // the branch's full dotted name
+        int nNext;          // next child to visit
+    };
+    std::vector<OpenBranch> open;
+    auto enter = [&](const _tagBranchStruct* b, const std::string& parentFull) {
+        if (b == nullptr || b->nChildren < 1 || b->pChildren == nullptr) return;
+        std::string full = parentFull.empty() ? std::string() : parentFull + ".";
+        full += b->pszName != nullptr ? b->pszName : "";
+        // Below a named branch every leaf's full name starts with its name
+        // and a ".": nothing there can match a path that does not.
+        if (!full.empty() && !PathEntersBranch(path, full)) return;
+        open.push_back(OpenBranch{b, std::move(full), 0});
+    };
+    enter(branch, prefix != nullptr ? prefix : "");
 
-    for (int i = 0; i < branch->nChildren; ++i) {
-        const NODE_ENTRY& child = branch->pChildren[i];
+    while (!open.empty()) {
+        OpenBranch& top = open.back();
+        if (top.nNext >= top.pBranch->nChildren) {
+            open.pop_back();
+            continue;
+        }
+        const NODE_ENTRY& child = top.pBranch->pChildren[top.nNext++];
         if (child.pData == nullptr) continue;
         if (child.eKind == PTREE_KIND_BRANCH) {
-            LEAF_STRUCT* found = FindLeafWithName(static_cast<const BRANCH_STRUCT*>(child.pData), path, full.c_str());
-            if (found != nullptr) return found;
+            const std::string parentFull = top.sFull;  // `top` moves when the stack grows
+            enter(static_cast<const BRANCH_STRUCT*>(child.pData), parentFull);
         } else if (child.eKind == PTREE_KIND_LEAF) {
             LEAF_STRUCT* leaf = static_cast<LEAF_STRUCT*>(child.pData);
             const char* name = leaf->pszName != nullptr ? leaf->pszName : "";
-            if (strcmp(path + full.size() + 1, name) == 0) return leaf;
+            if (PathEntersBranch(path, top.sFull) && strcmp(path + top.sFull.size() + 1, name) == 0) return leaf;
         }
     }
     return nullptr;
