@@ -11,7 +11,7 @@ seeds = {
     "compact": '(KV2_RX(SampleRate 1e12)(EQ 5)(SamplesPerBit 32)(Corner "Typ"))',
     "multiline": '(KV2_RX\r\n\t(SampleRate 1.0e12)\r\n\t(EQ 15)\r\n\t(SamplesPerBit 64)\r\n\t(Corner "Slow")\r\n)\r\n',
     "simulator_order": '(KV2_RX (Corner "Fast") (SamplesPerBit 100) (EQ 0) (SampleRate 1e12))',
-    "reserved_and_specific": '(KV2_RX (Reserved_Parameters (AMI_Version "7.0") (Init_Returns_Impulse False)'
+    "reserved_and_model_params": '(KV2_RX (Reserved_Parameters (AMI_Version "7.0") (Init_Returns_Impulse False)'
                              ' (GetWave_Exists True) (Ignore_Bits 100)) (Model_Specific (SampleRate 1e12) (EQ 7))'
                              ' (EQ 7) (SamplesPerBit 32))',
     "missing_all": '(KV2_RX (Other 1))',
