@@ -13,12 +13,13 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 typedef long (*InitFn)(double*, long, long, double, double, char*, char**, void**, char**);
 typedef long (*GetWaveFn)(double*, long, double*, char**, void*);
 typedef long (*CloseFn)(void*);
+
+enum { kSamples = 6000, kBlock = 700 };
 
 struct Lib {
     void* handle;
@@ -27,31 +28,29 @@ struct Lib {
     CloseFn close;
 };
 
-enum { kSamples = 6000, kBlock = 700 };
+/* One instance of a loaded library, with its own waveform. */
+struct Run {
+    const struct Lib* lib;
+    void* handle;
+    double wave[kSamples];
+};
 
 static int failures = 0;
 
 /* Present only under LeakSanitizer: runs the leak check on demand. */
 extern void __lsan_do_leak_check(void) __attribute__((weak));
 
-#define CHECK(cond, ...)                                             \
-    do {                                                             \
-        if (!(cond)) {                                               \
-            fprintf(stderr, "FAILED %s:%d: ", __FILE__, __LINE__);   \
-            fprintf(stderr, __VA_ARGS__);                            \
-            fputc('\n', stderr);                                     \
-            ++failures;                                              \
-        }                                                            \
+#define CHECK(cond, ...)                                                                                  \
+    do {                                                                                                  \
+        if (!(cond)) fprintf(stderr, "FAILED %s:%d: ", __FILE__, __LINE__), fprintf(stderr, __VA_ARGS__), \
+                     fputc('\n', stderr), ++failures;                                                      \
     } while (0)
 
 static int Load(struct Lib* lib, const char* path, int mode) {
     memset(lib, 0, sizeof *lib);
     lib->handle = dlopen(path, mode);
-    if (lib->handle == NULL) {
-        fprintf(stderr, "dlopen %s: %s\n", path, dlerror());
-        ++failures;
-        return 0;
-    }
+    CHECK(lib->handle != NULL, "dlopen %s: %s", path, dlerror());
+    if (lib->handle == NULL) return 0;
     lib->init = (InitFn)dlsym(lib->handle, "AMI_Init");
     lib->getWave = (GetWaveFn)dlsym(lib->handle, "AMI_GetWave");
     lib->close = (CloseFn)dlsym(lib->handle, "AMI_Close");
@@ -65,7 +64,7 @@ static void Unload(struct Lib* lib) {
 }
 
 /* NRZ levels from a fixed linear congruential sequence. */
-static void Input(double* wave) {
+static void Fill(double* wave) {
     unsigned state = 12345u;
     double level = 0.5;
     for (int i = 0; i < kSamples; ++i) {
@@ -77,35 +76,29 @@ static void Input(double* wave) {
     }
 }
 
-static void* Open(const struct Lib* lib, int eq) {
+/* AMI_Init for setting eq, with a fresh input waveform. */
+static void Open(struct Run* run, const struct Lib* lib, int eq) {
     char text[128];
     snprintf(text, sizeof text, "(KV2_RX (SampleRate 1e12) (EQ %d) (SamplesPerBit 32) (Corner \"Typ\"))", eq);
-    void* handle = NULL;
     char* msg = NULL;
-    CHECK(lib->init(NULL, 0, 0, 1e-12, 32e-12, text, NULL, &handle, &msg) == 1, "AMI_Init EQ %d", eq);
-    CHECK(handle != NULL, "no handle");
-    return handle;
+    Fill(run->wave);
+    run->lib = lib;
+    run->handle = NULL;
+    CHECK(lib->init(NULL, 0, 0, 1e-12, 32e-12, text, NULL, &run->handle, &msg) == 1, "AMI_Init EQ %d", eq);
 }
 
-static void Stream(const struct Lib* lib, void* handle, double* wave, int from, int to) {
+/* Samples [from, to) in calls of kBlock; closes the instance at the end of the waveform. */
+static void Stream(struct Run* run, int from, int to) {
     double clock = 0.0;
     for (int at = from; at < to; at += kBlock) {
         const long n = to - at < kBlock ? to - at : kBlock;
-        CHECK(lib->getWave(wave + at, n, &clock, NULL, handle) == 1, "AMI_GetWave at %d", at);
+        CHECK(run->lib->getWave(run->wave + at, n, &clock, NULL, run->handle) == 1, "AMI_GetWave at %d", at);
     }
+    if (to == kSamples) CHECK(run->lib->close(run->handle) == 1, "AMI_Close");
 }
 
-static void Solo(const struct Lib* lib, int eq, double* wave) {
-    Input(wave);
-    void* handle = Open(lib, eq);
-    Stream(lib, handle, wave, 0, kSamples);
-    CHECK(lib->close(handle) == 1, "AMI_Close");
-}
-
-static int Same(const double* a, const double* b, const char* what) {
-    const int same = memcmp(a, b, kSamples * sizeof(double)) == 0;
-    CHECK(same, "%s differs from the solo run", what);
-    return same;
+static void Same(const struct Run* run, const struct Run* solo, const char* what) {
+    CHECK(memcmp(run->wave, solo->wave, sizeof run->wave) == 0, "%s differs from the solo run", what);
 }
 
 static int CopyFile(const char* from, const char* to) {
@@ -120,42 +113,27 @@ static int CopyFile(const char* from, const char* to) {
     return ok;
 }
 
-static double refA[kSamples], refB[kSamples], wa[kSamples], wb[kSamples], input[kSamples];
+static struct Run refA, refB, a, b;
 
-/* Two renamed copies at once: instances interleaved block by block, then
- * copy a unloaded half-way while copy b's instance runs on. */
+/* Two renamed copies at once: instances interleaved block by block for
+ * half the waveform, then copy a finished and unloaded while copy b's
+ * instance runs on. */
 static void SideBySide(const char* pathA, const char* pathB, int mode) {
-    struct Lib a, b;
-    if (!Load(&a, pathA, mode) || !Load(&b, pathB, mode)) return;
-    CHECK(a.handle != b.handle, "the copies share one handle");
-    CHECK(a.init != b.init, "the copies share one AMI_Init");
-
-    Input(wa);
-    Input(wb);
-    void* ia = Open(&a, 3);
-    void* ib = Open(&b, 12);
-    for (int at = 0; at < kSamples; at += kBlock) {
-        const int to = at + kBlock < kSamples ? at + kBlock : kSamples;
-        Stream(&a, ia, wa, at, to);
-        Stream(&b, ib, wb, at, to);
+    struct Lib la, lb;
+    if (!Load(&la, pathA, mode) || !Load(&lb, pathB, mode)) return;
+    CHECK(la.handle != lb.handle && la.init != lb.init, "the copies share one handle or one AMI_Init");
+    Open(&a, &la, 3);
+    Open(&b, &lb, 12);
+    for (int at = 0, half = kSamples / 2; at < half; at += kBlock) {
+        Stream(&a, at, at + kBlock < half ? at + kBlock : half);
+        Stream(&b, at, at + kBlock < half ? at + kBlock : half);
     }
-    CHECK(a.close(ia) == 1 && b.close(ib) == 1, "AMI_Close");
-    Same(wa, refA, "copy a, interleaved");
-    Same(wb, refB, "copy b, interleaved");
-
-    Input(wa);
-    Input(wb);
-    ia = Open(&a, 3);
-    ib = Open(&b, 12);
-    Stream(&a, ia, wa, 0, kSamples);
-    Stream(&b, ib, wb, 0, kSamples / 2);
-    CHECK(a.close(ia) == 1, "AMI_Close");
-    Unload(&a);
-    Stream(&b, ib, wb, kSamples / 2, kSamples);
-    CHECK(b.close(ib) == 1, "AMI_Close");
-    Same(wa, refA, "copy a");
-    Same(wb, refB, "copy b, after copy a was unloaded");
-    Unload(&b);
+    Stream(&a, kSamples / 2, kSamples);
+    Unload(&la);
+    Stream(&b, kSamples / 2, kSamples);
+    Same(&a, &refA, "copy a, interleaved");
+    Same(&b, &refB, "copy b, interleaved, after copy a was unloaded");
+    Unload(&lb);
 }
 
 int main(int argc, char** argv) {
@@ -165,30 +143,28 @@ int main(int argc, char** argv) {
     }
     const char* path = argv[1];
     const int privateRuntime = strcmp(argv[2], "static-runtime") == 0;
-
     struct Lib lib;
-    if (!Load(&lib, path, RTLD_NOW | RTLD_LOCAL)) return 1;
-    if (privateRuntime)
-        CHECK(dlopen("libstdc++.so.6", RTLD_NOW | RTLD_NOLOAD) == NULL, "loading the model pulled in libstdc++");
-    Solo(&lib, 3, refA);
-    Solo(&lib, 12, refB);
-    Input(input);
-    CHECK(memcmp(refA, input, sizeof refA) != 0, "the waveform came back unequalized");
-    CHECK(memcmp(refA, refB, sizeof refA) != 0, "EQ 3 and EQ 12 gave the same waveform");
-    Unload(&lib);
-
-    if (Load(&lib, path, RTLD_NOW | RTLD_GLOBAL)) {
+    for (int global = 0; global <= 1; ++global) {
+        if (!Load(&lib, path, RTLD_NOW | (global ? RTLD_GLOBAL : RTLD_LOCAL))) return 1;
         if (privateRuntime) {
-            /* Nothing of the C++ runtime may enter the global scope. */
+            /* Nothing of the C++ runtime may be loaded for the host or enter the global scope. */
+            CHECK(dlopen("libstdc++.so.6", RTLD_NOW | RTLD_NOLOAD) == NULL, "loading the model pulled in libstdc++");
             CHECK(dlsym(RTLD_DEFAULT, "_ZSt4cerr") == NULL, "std::cerr is visible to the host");
             CHECK(dlsym(RTLD_DEFAULT, "__cxa_throw") == NULL, "__cxa_throw is visible to the host");
         }
-        Solo(&lib, 3, wa);
-        Solo(&lib, 12, wb);
-        Same(wa, refA, "RTLD_GLOBAL, EQ 3");
-        Same(wb, refB, "RTLD_GLOBAL, EQ 12");
+        struct Run* eq3 = global ? &a : &refA;
+        struct Run* eq12 = global ? &b : &refB;
+        Open(eq3, &lib, 3);
+        Stream(eq3, 0, kSamples);
+        Open(eq12, &lib, 12);
+        Stream(eq12, 0, kSamples);
         Unload(&lib);
     }
+    Same(&a, &refA, "RTLD_GLOBAL, EQ 3");
+    Same(&b, &refB, "RTLD_GLOBAL, EQ 12");
+    Fill(a.wave);
+    CHECK(memcmp(refA.wave, a.wave, sizeof a.wave) != 0, "the waveform came back unequalized");
+    CHECK(memcmp(refA.wave, refB.wave, sizeof a.wave) != 0, "EQ 3 and EQ 12 gave the same waveform");
 
     char dir[] = "/tmp/kv2_c_host_XXXXXX";
     if (mkdtemp(dir) == NULL) {

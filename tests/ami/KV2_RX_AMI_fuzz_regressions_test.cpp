@@ -4,7 +4,6 @@
 // the built KV2_RX_x64.so. A session runs in a child process, because the
 // one legitimate way for it to end early is the abort on an overlong blank
 // run, which must then be the only thing it prints.
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -14,10 +13,11 @@
 #include <string>
 #include <vector>
 
+#include "AmiLibrary.h"
+#include "ChildProcess.h"
 #include "amiparams/IbisParser/cmn.h"
 #include "fuzz/AmiSession.h"
 #include "fuzz/ParameterTextCheck.h"
-#include "tests/ami/ChildRun.h"
 
 namespace {
 
@@ -50,52 +50,33 @@ bool HasOverlongBlankRun(const std::string& text) {
     return false;
 }
 
-kv2_fuzz::AmiEntryPoints LoadedLibrary() {
-    kv2_fuzz::AmiEntryPoints ami{nullptr, nullptr, nullptr};
-    void* lib = dlopen(KV2_RX_SO_PATH, RTLD_NOW | RTLD_LOCAL);
-    if (lib == nullptr) return ami;
-    ami.init = reinterpret_cast<kv2_fuzz::AmiInitFn>(dlsym(lib, "AMI_Init"));
-    ami.getWave = reinterpret_cast<kv2_fuzz::AmiGetWaveFn>(dlsym(lib, "AMI_GetWave"));
-    ami.close = reinterpret_cast<kv2_fuzz::AmiCloseFn>(dlsym(lib, "AMI_Close"));
-    return ami;
-}
-
 }  // namespace
 
-TEST(FuzzRegressions, EverySavedInputKeepsTheParserProperties) {
+TEST(FuzzRegressions, EverySavedInputReplaysCleanly) {
+    ASSERT_TRUE(ami_test::Ami().Loaded()) << dlerror();
+    const kv2_fuzz::AmiEntryPoints ami{ami_test::Ami().init, ami_test::Ami().getWave, ami_test::Ami().close};
     const std::vector<fs::path> files = SavedInputs();
     ASSERT_FALSE(files.empty()) << KV2_FUZZ_DIR;
-    // As in the harness: long blank runs are the one deliberate abort.
-    gbAllowAnyLineLength = 1;
     for (const fs::path& file : files) {
         SCOPED_TRACE(file.string());
         const std::string bytes = Bytes(file);
+        // As in the harness: long blank runs are the one deliberate abort.
+        gbAllowAnyLineLength = 1;
         kv2_fuzz::CheckParameterText(bytes.c_str());  // aborts on a broken property
-    }
-    gbAllowAnyLineLength = 0;
-}
+        gbAllowAnyLineLength = 0;
 
-TEST(FuzzRegressions, EverySavedSessionRunsCleanlyThroughTheLibrary) {
-    const kv2_fuzz::AmiEntryPoints ami = LoadedLibrary();
-    ASSERT_NE(ami.init, nullptr) << dlerror();
-    for (const fs::path& file : SavedInputs()) {
-        const std::string bytes = Bytes(file);
         const kv2_fuzz::SessionInput in =
             kv2_fuzz::DecodeSession(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
-
-        const ami_test::ChildResult r = ami_test::InChild([&] {
+        const kv2_test::ChildResult r = kv2_test::RunInChild([&] {
             const kv2_fuzz::SessionOutcome first = kv2_fuzz::RunSession(ami, in);
-            const kv2_fuzz::SessionOutcome second = kv2_fuzz::RunSession(ami, in);
-            return kv2_fuzz::SameOutcome(first, second) ? 0 : 2;
+            return kv2_fuzz::SameOutcome(first, kv2_fuzz::RunSession(ami, in)) ? 0 : 2;
         });
-        std::string err = r.sStderr;
-        if (err.size() > 2000) err = "..." + err.substr(err.size() - 2000);
         if (r.bAborted && HasOverlongBlankRun(in.sParameters)) {
-            EXPECT_EQ(r.sStdout, "cmn.cpp:616:assertion failed.\n") << file;
+            EXPECT_EQ(r.sStdout, "cmn.cpp:616:assertion failed.\n");
         } else {
-            EXPECT_EQ(r.nExit, 0) << file << (r.bAborted ? " (aborted)" : "") << ", stdout: " << r.sStdout
-                                  << ", stderr: " << err;
-            EXPECT_EQ(r.sStdout, "") << file;
+            EXPECT_EQ(r.nExit, 0) << (r.bAborted ? "aborted" : "") << ", stderr ends: "
+                                  << r.sStderr.substr(r.sStderr.size() - std::min<size_t>(r.sStderr.size(), 2000));
+            EXPECT_EQ(r.sStdout, "");
         }
     }
 }

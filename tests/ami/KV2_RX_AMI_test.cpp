@@ -1,233 +1,25 @@
-// The built KV2_RX_x64.so as a simulator sees it: loaded with dlopen, driven
-// only through the three standard entry points.
-#include <dlfcn.h>
+// The built KV2_RX_x64.so as a simulator drives it: the message AMI_Init
+// hands out and what it leaves alone, streaming invariance, clock times and
+// the settled response of every setting.
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <complex>
-#include <cstring>
-#include <random>
 #include <string>
 #include <vector>
 
+#include "AmiLibrary.h"
+#include "SameBits.h"
+
+using namespace ami_test;
+using kv2_test::SameBits;
+
 namespace {
 
-using InitFn = long (*)(double*, long, long, double, double, char*, char**, void**, char**);
-using GetWaveFn = long (*)(double*, long, double*, char**, void*);
-using CloseFn = long (*)(void*);
-
-std::string NotFound(const char* name) {
-    return std::string("The IBIS-AMI model, KV2_RX, is unable to initialize the parameter ") + name +
-           " from the AMI_Init arguments.  The model will use the default setting. ";
-}
-
-const std::string kAllFourMissing =
-    NotFound("SampleRate") + NotFound("EQ") + NotFound("SamplesPerBit") + NotFound("Corner");
-
-class Library {
-public:
-    Library() {
-        handle_ = dlopen(KV2_RX_SO_PATH, RTLD_NOW | RTLD_LOCAL);
-        if (handle_ == nullptr) return;
-        init = reinterpret_cast<InitFn>(dlsym(handle_, "AMI_Init"));
-        getWave = reinterpret_cast<GetWaveFn>(dlsym(handle_, "AMI_GetWave"));
-        close = reinterpret_cast<CloseFn>(dlsym(handle_, "AMI_Close"));
-    }
-    ~Library() {
-        if (handle_ != nullptr) dlclose(handle_);
-    }
-    bool Loaded() const { return handle_ && init && getWave && close; }
-
-    InitFn init = nullptr;
-    GetWaveFn getWave = nullptr;
-    CloseFn close = nullptr;
-
-private:
-    void* handle_ = nullptr;
-};
-
-Library& Lib() {
-    static Library library;
-    return library;
-}
-
-// One AMI_Init call with everything the test needs to inspect.
-struct Instance {
-    void* handle = nullptr;
-    long result = -1;
-    char* msg = nullptr;
-};
-
-Instance Init(std::string parameters, double sample_interval = 1e-12, double bit_time = 32e-12,
-              char* sentinel = nullptr) {
-    Instance in;
-    in.msg = sentinel;
-    std::vector<double> impulse(64, 0.0);
-    in.result = Lib().init(impulse.data(), 64, 0, sample_interval, bit_time, parameters.data(),
-                           nullptr, &in.handle, &in.msg);
-    return in;
-}
-
-// Deterministic test waveform: NRZ-ish levels with noise.
-std::vector<double> Waveform(size_t n, unsigned seed) {
-    std::mt19937 rng(seed);
-    std::uniform_real_distribution<double> noise(-0.05, 0.05);
-    std::vector<double> wave(n);
-    double level = 0.5;
-    for (size_t i = 0; i < n; ++i) {
-        if (i % 32 == 0) level = (rng() & 1) ? 0.5 : -0.5;
-        wave[i] = level + noise(rng);
-    }
-    return wave;
-}
-
-std::vector<double> RunInBlocks(const std::string& parameters, std::vector<double> wave, size_t block) {
-    Instance in = Init(parameters);
-    EXPECT_EQ(in.result, 1);
-    std::vector<double> clocks(wave.size() + 1);
-    for (size_t at = 0; at < wave.size(); at += block) {
-        const long n = static_cast<long>(std::min(block, wave.size() - at));
-        EXPECT_EQ(Lib().getWave(wave.data() + at, n, clocks.data(), nullptr, in.handle), 1);
-    }
-    EXPECT_EQ(Lib().close(in.handle), 1);
-    return wave;
-}
-
-bool SameBits(const std::vector<double>& a, const std::vector<double>& b) {
-    return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(double)) == 0;
-}
-
-const char kFullParameters[] =
-    "(KV2_RX (SampleRate 1e12) (EQ 5) (SamplesPerBit 32) (Corner \"Typ\"))";
-
-}  // namespace
-
-class AmiLibrary : public testing::Test {
+class KV2_RX_AMI : public testing::Test {
 protected:
-    void SetUp() override { ASSERT_TRUE(Lib().Loaded()) << dlerror(); }
+    void SetUp() override { ASSERT_TRUE(Ami().Loaded()) << dlerror(); }
 };
-
-TEST_F(AmiLibrary, MissingParametersAreReportedInOrderAndKeepDefaults) {
-    for (const char* text : {"(KV2_RX (Other 1))", "not a tree", "(KV2_RX (EQ \"3\"))", "(X (EQ 3))"}) {
-        Instance in = Init(text);
-        EXPECT_EQ(in.result, 1) << text;
-        ASSERT_NE(in.msg, nullptr) << text;
-        EXPECT_EQ(std::string(in.msg), kAllFourMissing) << text;
-        EXPECT_EQ(Lib().close(in.handle), 1);
-    }
-}
-
-TEST_F(AmiLibrary, NothingToSayLeavesMsgAndOutputsUntouched) {
-    char sentinel[] = "untouched";
-    std::vector<double> impulse(128);
-    for (size_t i = 0; i < impulse.size(); ++i) impulse[i] = std::sin(0.1 * i) * 1e-3;
-    const std::vector<double> before = impulse;
-    std::string parameters = kFullParameters;
-    char* msg = sentinel;
-    char* out = sentinel;
-    void* handle = nullptr;
-    EXPECT_EQ(Lib().init(impulse.data(), 64, 1, 1e-12, 32e-12, parameters.data(), &out, &handle, &msg), 1);
-    EXPECT_EQ(msg, sentinel);
-    EXPECT_EQ(out, sentinel);
-    EXPECT_TRUE(SameBits(impulse, before));
-    EXPECT_EQ(Lib().close(handle), 1);
-}
-
-TEST_F(AmiLibrary, FailedSetupIsReportedAndTheInstanceStillCloses) {
-    testing::internal::CaptureStderr();
-    Instance in = Init("(KV2_RX (SamplesPerBit 15))");
-    const std::string err = testing::internal::GetCapturedStderr();
-    EXPECT_EQ(in.result, 0);
-    ASSERT_NE(in.handle, nullptr);
-    EXPECT_EQ(std::string(in.msg), NotFound("SampleRate") + NotFound("EQ") + NotFound("Corner") +
-                                       "Error occurred in KV2_RX::Setup(). ");
-    EXPECT_EQ(err,
-              "Latency must be lager than or equal to 0 and smaller than or equal to SamplesPerBit / 2.\n");
-
-    // A simulator may still call AMI_GetWave: nothing was wired, nothing is touched.
-    std::vector<double> wave = {0.25, -0.25, 0.5};
-    std::vector<double> clocks = {7.0, 7.0};
-    EXPECT_EQ(Lib().getWave(wave.data(), 3, clocks.data(), nullptr, in.handle), 0);
-    EXPECT_EQ(wave, (std::vector<double>{0.25, -0.25, 0.5}));
-    EXPECT_EQ(clocks[0], 7.0);
-    EXPECT_EQ(Lib().close(in.handle), 1);
-
-    testing::internal::CaptureStderr();
-    Instance zero = Init("(KV2_RX (SampleRate 0) (EQ 1) (SamplesPerBit 32) (Corner \"Typ\"))");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "SampleRate must be >0\n");
-    EXPECT_EQ(std::string(zero.msg), "Error occurred in KV2_RX::Setup(). ");
-    EXPECT_EQ(Lib().close(zero.handle), 1);
-}
-
-TEST_F(AmiLibrary, BlockBoundariesDoNotChangeTheOutput) {
-    const std::vector<double> wave = Waveform(5000, 7);
-    const std::vector<double> whole = RunInBlocks(kFullParameters, wave, wave.size());
-    EXPECT_FALSE(SameBits(whole, wave));
-    for (size_t block : {1u, 7u, 1000u}) EXPECT_TRUE(SameBits(RunInBlocks(kFullParameters, wave, block), whole)) << block;
-}
-
-TEST_F(AmiLibrary, OnlyTheFirstClockSlotIsWritten) {
-    Instance in = Init(kFullParameters, 1e-12, 8e-12);
-    std::vector<double> wave(1000, 0.1);
-    std::vector<double> clocks(1001, 3.0);
-    const std::vector<double> untouchedWave = wave;
-    EXPECT_EQ(Lib().getWave(wave.data(), 0, clocks.data(), nullptr, in.handle), 1);
-    EXPECT_EQ(clocks[0], 3.0);
-    EXPECT_TRUE(SameBits(wave, untouchedWave));
-    EXPECT_EQ(Lib().getWave(wave.data(), 1000, clocks.data(), nullptr, in.handle), 1);
-    EXPECT_EQ(clocks[0], -1.0);
-    for (size_t i = 1; i < clocks.size(); ++i) ASSERT_EQ(clocks[i], 3.0) << i;
-    EXPECT_EQ(Lib().close(in.handle), 1);
-
-    // Bit time below half a sample: no samples-per-bit, still just the end marker.
-    Instance tiny = Init(kFullParameters, 1e-12, 0.2e-12);
-    clocks.assign(4, 3.0);
-    EXPECT_EQ(Lib().getWave(wave.data(), 3, clocks.data(), nullptr, tiny.handle), 1);
-    EXPECT_EQ(clocks, (std::vector<double>{-1.0, 3.0, 3.0, 3.0}));
-    EXPECT_EQ(Lib().close(tiny.handle), 1);
-}
-
-TEST_F(AmiLibrary, EqualizerOutOfRangeFailsEachCallAndLeavesTheWave) {
-    for (const char* eq : {"16", "-1"}) {
-        const std::string parameters =
-            std::string("(KV2_RX (EQ ") + eq + ") (SamplesPerBit 32) (SampleRate 1e12) (Corner \"Typ\"))";
-        Instance in = Init(parameters);
-        EXPECT_EQ(in.result, 1);
-        std::vector<double> wave = {0.5, 0.25, -0.5};
-        std::vector<double> clocks = {3.0, 3.0};
-        testing::internal::CaptureStderr();
-        EXPECT_EQ(Lib().getWave(wave.data(), 3, clocks.data(), nullptr, in.handle), 0);
-        EXPECT_EQ(Lib().getWave(wave.data(), 0, clocks.data(), nullptr, in.handle), 1);
-        EXPECT_EQ(testing::internal::GetCapturedStderr(),
-                  std::string("Control input signal value is equal to ") + eq +
-                      ".  There are 16 inputs connected.  The valid control input range is [0,15].\n");
-        EXPECT_EQ(wave, (std::vector<double>{0.5, 0.25, -0.5}));
-        EXPECT_EQ(clocks[0], -1.0);
-        EXPECT_EQ(Lib().close(in.handle), 1);
-    }
-}
-
-TEST_F(AmiLibrary, InterleavedInstancesMatchTheirSoloRuns) {
-    const std::vector<double> wave = Waveform(3000, 11);
-    const std::string eq3 = "(KV2_RX (EQ 3) (SamplesPerBit 32))";
-    const std::string eq12 = "(KV2_RX (EQ 12) (SamplesPerBit 32) (Corner \"Slow\"))";
-    const std::vector<double> solo3 = RunInBlocks(eq3, wave, 1000);
-    const std::vector<double> solo12 = RunInBlocks(eq12, wave, 1000);
-    EXPECT_FALSE(SameBits(solo3, solo12));
-
-    Instance a = Init(eq3), b = Init(eq12);
-    std::vector<double> wa = wave, wb = wave, clocks(wave.size() + 1);
-    for (size_t at = 0; at < wave.size(); at += 500) {
-        Lib().getWave(wa.data() + at, 500, clocks.data(), nullptr, a.handle);
-        Lib().getWave(wb.data() + at, 500, clocks.data(), nullptr, b.handle);
-    }
-    EXPECT_TRUE(SameBits(wa, solo3));
-    EXPECT_TRUE(SameBits(wb, solo12));
-    Lib().close(a.handle);
-    Lib().close(b.handle);
-}
-
-namespace {
 
 // Settled gain of the Bessel FIR, from an independent design: sample the
 // order-4 Bessel response on the 128-point grid, inverse DFT directly, keep
@@ -244,8 +36,7 @@ double BesselFirDcGain() {
     }
     double sum = 0.0;
     for (int n = 0; n < N; ++n) {
-        const bool kept = n <= (T - 1) / 2 || n >= N - T / 2;
-        if (!kept) continue;
+        if (n > (T - 1) / 2 && n < N - T / 2) continue;
         std::complex<double> h = 0.0;
         for (int k = 0; k < N; ++k) h += H[k] * std::polar(1.0, 2.0 * M_PI * k * n / N);
         sum += h.real() / N;
@@ -255,7 +46,62 @@ double BesselFirDcGain() {
 
 }  // namespace
 
-TEST_F(AmiLibrary, AStepSettlesAtEachSettingsDcGainTimesTheFirGain) {
+TEST_F(KV2_RX_AMI, InitHandsOutOnlyLookupMessagesAndWritesNothingElse) {
+    const std::string allFour = NotFound("SampleRate") + NotFound("EQ") + NotFound("SamplesPerBit") + NotFound("Corner");
+    // Texts naming none of the four parameters (one not even a tree), then all four.
+    for (const char* text : {"(KV2_RX (Other 1))", "not a tree", "(KV2_RX (EQ \"3\"))", "(X (EQ 3))", kFull}) {
+        char sentinel[] = "untouched";
+        std::vector<double> impulse(128);
+        for (size_t i = 0; i < impulse.size(); ++i) impulse[i] = std::sin(0.1 * i) * 1e-3;
+        const std::vector<double> before = impulse;
+        std::string parameters = text;
+        char *msg = sentinel, *out = sentinel;
+        void* handle = nullptr;
+        EXPECT_EQ(Ami().init(impulse.data(), 64, 1, 1e-12, 32e-12, parameters.data(), &out, &handle, &msg), 1);
+        EXPECT_EQ(std::string(msg), text == kFull ? "untouched" : allFour) << text;
+        EXPECT_EQ(out, sentinel);
+        EXPECT_TRUE(SameBits(impulse, before));
+        EXPECT_EQ(Ami().close(handle), 1);
+    }
+}
+
+TEST_F(KV2_RX_AMI, BlockBoundariesAndASecondInstanceChangeNothing) {
+    const std::vector<double> wave = Nrz(5000, 7, 0.05);
+    const std::string eq12 = "(KV2_RX (EQ 12) (SamplesPerBit 32) (Corner \"Slow\"))";
+    const std::vector<double> whole = Equalized(kFull, wave), solo12 = Equalized(eq12, wave);
+    EXPECT_FALSE(SameBits(whole, wave));
+    EXPECT_FALSE(SameBits(whole, solo12));
+    for (size_t block : {1u, 7u, 1000u}) EXPECT_TRUE(SameBits(Equalized(kFull, wave, block), whole)) << block;
+
+    // Two live instances called alternately.
+    const Instance a = Open(kFull), b = Open(eq12.c_str());
+    std::vector<double> wa = wave, wb = wave;
+    double clock = 0.0;
+    for (size_t at = 0; at < wave.size(); at += 500) {
+        EXPECT_EQ(Ami().getWave(wa.data() + at, 500, &clock, nullptr, a.handle), 1);
+        EXPECT_EQ(Ami().getWave(wb.data() + at, 500, &clock, nullptr, b.handle), 1);
+    }
+    EXPECT_TRUE(SameBits(wa, whole));
+    EXPECT_TRUE(SameBits(wb, solo12));
+    EXPECT_EQ(Ami().close(a.handle) + Ami().close(b.handle), 2);
+}
+
+TEST_F(KV2_RX_AMI, OnlyTheFirstClockSlotIsWritten) {
+    // 8 samples per bit, then a bit time below half a sample (no samples per bit at all).
+    for (const double bitTime : {8e-12, 0.2e-12}) {
+        const Instance in = Open(kFull, nullptr, bitTime);
+        std::vector<double> wave(1000, 0.1), clocks(1001, 3.0);
+        EXPECT_EQ(Ami().getWave(wave.data(), 0, clocks.data(), nullptr, in.handle), 1);
+        EXPECT_EQ(clocks[0], 3.0);
+        EXPECT_EQ(wave, std::vector<double>(1000, 0.1));
+        EXPECT_EQ(Ami().getWave(wave.data(), 1000, clocks.data(), nullptr, in.handle), 1);
+        EXPECT_EQ(clocks[0], -1.0);
+        EXPECT_EQ(std::vector<double>(clocks.begin() + 1, clocks.end()), std::vector<double>(1000, 3.0));
+        EXPECT_EQ(Ami().close(in.handle), 1);
+    }
+}
+
+TEST_F(KV2_RX_AMI, AStepSettlesAtEachSettingsDcGainTimesTheFirGain) {
     // gain, p1, p2 (= p3), z of each setting, rad/s.
     const double rows[16][4] = {
         {2.474715933435302e+21, -43324029256.126625, -43488494536.432076, -16113544486.629667},
@@ -279,11 +125,9 @@ TEST_F(AmiLibrary, AStepSettlesAtEachSettingsDcGainTimesTheFirGain) {
     for (int k = 0; k < 16; ++k) {
         const double* r = rows[k];
         const double dc = r[0] * (-r[3]) / ((-r[1]) * (-r[2]) * (-r[2]));
-        Instance in = Init("(KV2_RX (EQ " + std::to_string(k) + ") (SamplesPerBit 32))");
-        std::vector<double> wave(20000, 1.0), clocks(2);
-        EXPECT_EQ(Lib().getWave(wave.data(), long(wave.size()), clocks.data(), nullptr, in.handle), 1);
+        const std::vector<double> wave =
+            Equalized("(KV2_RX (EQ " + std::to_string(k) + ") (SamplesPerBit 32))", std::vector<double>(20000, 1.0));
         EXPECT_NEAR(wave.back(), dc * fir, 1e-9) << "setting " << k;
         EXPECT_EQ(wave[5], 0.0);  // the jitter block's delay: nothing arrives yet
-        Lib().close(in.handle);
     }
 }

@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-using amiparams_test::RunInChild;
+using kv2_test::RunInChild;
 
 namespace {
 

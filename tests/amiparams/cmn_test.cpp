@@ -17,8 +17,9 @@
 extern "C" const char* __asan_default_options() { return "allocator_may_return_null=1"; }
 #endif
 
-using amiparams_test::CaptureLog;
-using amiparams_test::RunInChild;
+// What fn writes to the diagnostics log.
+template <typename Fn> std::string CaptureLog(Fn fn) { return kv2_test::CaptureStream(gpLogFile, fn); }
+using kv2_test::RunInChild;
 
 TEST(cmn, AllocatesZeroFilledAndCopiesTexts) {
     unsigned char* block = nullptr;

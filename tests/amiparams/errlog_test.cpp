@@ -10,8 +10,9 @@
 #include <functional>
 #include <string>
 
-using amiparams_test::CaptureLog;
-using amiparams_test::RunInChild;
+// What fn writes to the diagnostics log.
+template <typename Fn> std::string CaptureLog(Fn fn) { return kv2_test::CaptureStream(gpLogFile, fn); }
+using kv2_test::RunInChild;
 
 namespace {
 

@@ -1,11 +1,10 @@
-// DFErrorHandler and DFModel: bare one-line reports on standard error, and the
-// default lifecycle.
+// DFErrorHandler: bare one-line reports on standard error, and the stream
+// left bad by a null text.
 #include <gtest/gtest.h>
 
 #include <iostream>
 
 #include "dataflow/DFErrorHandler.h"
-#include "dataflow/DFModel.h"
 
 using namespace TesselModelBuilder;
 
@@ -19,8 +18,7 @@ TEST(DFErrorHandler, EveryReportIsTheBareTextAndANewlineOnStandardError) {
     DFErrorHandler::PostProgress(nullptr, "50%");
     DFErrorHandler::ClearProgress(nullptr);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "x\nNumTaps is >256, simulation speed may be slow\ninfo\nlog\n50%\n");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "x\nNumTaps is >256, simulation speed may be slow\ninfo\nlog\n50%\n");
     EXPECT_FALSE(DFErrorHandler::StopRequested());
 }
 
@@ -33,15 +31,4 @@ TEST(DFErrorHandler, NullTextLeavesStandardErrorBadAndSilent) {
     DFErrorHandler::PostError(nullptr, "shown");
     EXPECT_TRUE(bad);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "shown\n");
-}
-
-TEST(DFModel, ABlockThatOverridesNothingSucceedsInEveryPhase) {
-    struct Plain : DFModel {};
-    Plain block;
-    DFModel& model = block;
-    EXPECT_TRUE(model.Setup());
-    EXPECT_TRUE(model.Initialize());
-    EXPECT_TRUE(model.Run());
-    EXPECT_TRUE(model.Finalize());
-    EXPECT_TRUE(model.UpdateDynamicParameters());
 }
