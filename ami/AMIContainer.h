@@ -2,7 +2,6 @@
 // handle from AMI_Init to AMI_Close.
 #pragma once
 
-#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -22,18 +21,4 @@ struct AMIContainer {
     // waveform then takes the block path.
     bool bBlockPath = false;
     TesselModelBuilder::SimdLevel eSimdLevel = TesselModelBuilder::DetectSimdLevel();
-    // Tells a live instance from memory that is not one (a wrong pointer
-    // handed back by the host); cleared when the instance is closed.
-    uint64_t uCookie = kLiveCookie;
-
-    static constexpr uint64_t kLiveCookie = 0x4b5632525841ULL;  // "KV2RXA"
-
-    // The instance behind a handle, or null when the handle is null,
-    // misaligned or does not carry the live cookie.
-    static AMIContainer* FromHandle(void* handle) {
-        if (handle == nullptr || reinterpret_cast<uintptr_t>(handle) % alignof(AMIContainer) != 0)
-            return nullptr;
-        AMIContainer* c = static_cast<AMIContainer*>(handle);
-        return c->uCookie == kLiveCookie ? c : nullptr;
-    }
 };

@@ -1,14 +1,17 @@
 // The IBIS-AMI entry points: AMI_Init builds one receiver instance from the
 // simulator's parameter text, AMI_GetWave equalizes waveform blocks in place,
-// AMI_Close finalises and frees the instance. No global state: every instance
-// lives in its own AMIContainer. No C++ exception may cross into the
-// simulator, so each entry point catches at the boundary and fails cleanly.
+// AMI_Close finalises and frees the instance. Every instance lives in its own
+// AMIContainer; the only shared state is the registry of live instances,
+// through which each handle is checked before it is used. No C++ exception
+// may cross into the simulator, so each entry point catches at the boundary
+// and fails cleanly.
 #include "ami/KV2_RX_AMI.h"
 
 #include <exception>
 #include <string>
 
 #include "ami/AMIContainer.h"
+#include "ami/InstanceRegistry.h"
 #include "amiparams/ParamParser.h"
 
 namespace {
@@ -18,6 +21,14 @@ using TesselModelBuilder::AMI::ParamParser;
 // Said when there is no instance to hold a message; a constant, not state.
 char kNoHandleMessage[] =
     "The IBIS-AMI model, KV2_RX, cannot initialize: AMI_memory_handle is null. ";
+char kNoMemoryMessage[] = "The IBIS-AMI model, KV2_RX, ran out of memory while initializing. ";
+
+// The instance behind a handle, or null when the handle is not one this
+// library handed out and has not yet closed. The handle is only compared,
+// never read through.
+AMIContainer* Live(void* handle) {
+    return InstanceRegistry::Contains(handle) ? static_cast<AMIContainer*>(handle) : nullptr;
+}
 
 std::string NotFoundMessage(const char* parameter) {
     return std::string("The IBIS-AMI model, KV2_RX, is unable to initialize the parameter ") +
@@ -130,6 +141,14 @@ long AMI_Init(double* /*impulse_matrix*/, long /*row_size*/, long /*aggressors*/
     long result = 0;
     try {
         c = new AMIContainer;
+        if (!InstanceRegistry::Add(c)) {
+            // An instance nobody could check a handle against would be refused
+            // by every later call: give none out.
+            delete c;
+            *AMI_memory_handle = nullptr;
+            if (msg != nullptr) *msg = kNoMemoryMessage;
+            return 0;
+        }
         result = InitInstance(*c, AMI_parameters_in, sample_interval, bit_time);
     } catch (const std::exception&) {
         // Out of memory part-way: the instance is kept so that AMI_Close frees it.
@@ -150,7 +169,7 @@ long AMI_Init(double* /*impulse_matrix*/, long /*row_size*/, long /*aggressors*/
 long AMI_GetWave(double* wave, long wave_size, double* clock_times, char** /*AMI_parameters_out*/,
                  void* AMI_memory) {
     PrepareThreadForExceptions();
-    AMIContainer* c = AMIContainer::FromHandle(AMI_memory);
+    AMIContainer* c = Live(AMI_memory);
     if (c == nullptr || wave_size < 0 || (wave == nullptr && wave_size > 0)) return 0;
     // A model whose Setup failed was never wired: there is nothing to run.
     if (!c->cTesselModel.IsWired()) return 0;
@@ -176,8 +195,8 @@ long AMI_GetWave(double* wave, long wave_size, double* clock_times, char** /*AMI
 
 long AMI_Close(void* AMI_memory) {
     PrepareThreadForExceptions();
-    AMIContainer* c = AMIContainer::FromHandle(AMI_memory);
-    if (c == nullptr) return 0;
+    if (!InstanceRegistry::Remove(AMI_memory)) return 0;
+    AMIContainer* c = static_cast<AMIContainer*>(AMI_memory);
     long result = 1;
     try {
         if (!c->cTesselModel.Finalize()) {
@@ -189,7 +208,6 @@ long AMI_Close(void* AMI_memory) {
     }
     ReleasePort(c->cTesselModel.input);
     ReleasePort(c->cTesselModel.output);
-    c->uCookie = 0;
     delete c;
     return result;
 }

@@ -1,0 +1,68 @@
+// InstanceRegistry: a set under a mutex, with a per-thread memory of the
+// last handle found live so that a simulator streaming small blocks through
+// its instance rarely takes the lock.
+#include "ami/InstanceRegistry.h"
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+#include <new>
+#include <unordered_set>
+
+namespace InstanceRegistry {
+
+namespace {
+
+struct Registry {
+    std::mutex lock;
+    std::unordered_set<const void*> live;
+};
+
+Registry& TheRegistry() {
+    static Registry registry;
+    return registry;
+}
+
+// Advanced by every removal: a thread's remembered handle is only trusted
+// while no instance has been closed since it was found live.
+std::atomic<uint64_t> g_generation{0};
+
+struct LastFound {
+    const void* instance;
+    uint64_t generation;
+};
+thread_local LastFound t_last = {nullptr, 0};
+
+}  // namespace
+
+bool Add(const void* instance) noexcept {
+    Registry& r = TheRegistry();
+    std::lock_guard<std::mutex> guard(r.lock);
+    try {
+        return r.live.insert(instance).second;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+}
+
+bool Contains(const void* instance) noexcept {
+    if (instance == nullptr) return false;
+    if (t_last.instance == instance && t_last.generation == g_generation.load(std::memory_order_acquire))
+        return true;
+    Registry& r = TheRegistry();
+    std::lock_guard<std::mutex> guard(r.lock);
+    if (r.live.count(instance) == 0) return false;
+    t_last = {instance, g_generation.load(std::memory_order_relaxed)};
+    return true;
+}
+
+bool Remove(const void* instance) noexcept {
+    if (instance == nullptr) return false;
+    Registry& r = TheRegistry();
+    std::lock_guard<std::mutex> guard(r.lock);
+    if (r.live.erase(instance) == 0) return false;
+    g_generation.fetch_add(1, std::memory_order_release);
+    return true;
+}
+
+}  // namespace InstanceRegistry
