@@ -1,6 +1,7 @@
 // AmiFile: .ami parameter definitions from the parsed parameter tree.
 #include "tools/AmiFile.h"
 
+#include <algorithm>
 #include <cctype>
 #include <fstream>
 #include <sstream>
@@ -24,6 +25,19 @@ const char* ParseFailure(int code) {
         case 8: return "malformed nesting";
         default: return "unknown parser failure";
     }
+}
+
+// Deepest group nesting of the text, counted outside double quotes.
+size_t NestingDepth(const std::string& text) {
+    size_t depth = 0, deepest = 0;
+    bool quoted = false;
+    for (char c : text) {
+        if (c == '"') quoted = !quoted;
+        if (quoted) continue;
+        if (c == '(') deepest = std::max(deepest, ++depth);
+        if (c == ')' && depth > 0) --depth;
+    }
+    return deepest;
 }
 
 std::string Unquote(const std::string& s) {
@@ -132,6 +146,11 @@ AmiFile AmiFile::Load(const std::string& path) {
 
 AmiFile AmiFile::Parse(const std::string& text, const std::string& origin) {
     const std::string clean = Clean(text);
+    // Parameter groups are read recursively: a bound on the depth is a bound
+    // on the stack, far beyond what any model's file needs.
+    if (NestingDepth(clean) > kMaxNesting)
+        throw HostError(ExitCode::kBadFile, origin + " is not a valid .ami file: groups are nested deeper than " +
+                                                std::to_string(kMaxNesting) + " levels");
     PTREE tree = nullptr;
     const int code = GetParsedTree(clean.c_str(), &tree);
     if (code != 0) throw HostError(ExitCode::kBadFile, origin + " is not a valid .ami file: " + ParseFailure(code));

@@ -10,6 +10,7 @@
 // dotted list of names below Model_Specific ("EQ", "Group.EQ").
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -30,10 +31,13 @@ struct AmiParameter {
 
 class AmiFile {
 public:
+    static constexpr size_t kMaxNesting = 64;
+
     // Reads and parses the file. Throws HostError(kBadFile) naming the file
     // and the reason.
     static AmiFile Load(const std::string& path);
-    // Parses text; origin names it in messages.
+    // Parses text; origin names it in messages. Groups nested deeper than
+    // kMaxNesting levels are refused.
     static AmiFile Parse(const std::string& text, const std::string& origin);
 
     // The text handed to the parser: "|" comments removed and every run of

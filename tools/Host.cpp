@@ -34,6 +34,9 @@ namespace {
 const int kMaxLatencyUI = 32;
 // Length of the impulse response handed to AMI_Init, in UI.
 const int kImpulseUI = 32;
+// Every run's output is kept for the report: at most this many samples over
+// all runs (1 GiB of them), refused before anything is allocated.
+const size_t kMaxSamples = size_t(1) << 27;
 
 struct Stimulus {
     std::vector<double> vWave;      // what the model receives, V
@@ -52,6 +55,7 @@ struct Outcome {
     std::string sValue;             // the swept value ("" for a single run)
     std::string sParameters;
     RunResult run;
+    size_t nNonFinite = 0;          // 1 + index of the first NaN or infinite output sample; 0: none
     EyeResult eye;                  // measured when the run succeeded
     std::exception_ptr failure;     // what the measurement threw, if anything
 };
@@ -62,11 +66,21 @@ std::string Fmt(const char* format, double v) {
     return buf;
 }
 
-Stimulus MakeStimulus(const HostOptions& o) {
+// The model ran to the end and returned only finite samples: its eye is measured.
+bool Measured(const Outcome& o) {
+    return o.run.iInitResult != 0 && o.run.iGetWaveResult != 0 && o.nNonFinite == 0;
+}
+
+std::string TooMany(const std::string& what, size_t runs) {
+    return what + (runs > 1 ? " for each of " + std::to_string(runs) + " settings" : std::string()) +
+           " is more than the " + std::to_string(kMaxSamples) + " samples amihost keeps in memory";
+}
+
+Stimulus MakeStimulus(const HostOptions& o, size_t runs) {
     if (o.iSamplesPerBit < 1) throw HostError(ExitCode::kBadParameter, "--samples-per-bit must be at least 1");
     if (!(o.dBitRate > 0.0) || !std::isfinite(o.dBitRate))
         throw HostError(ExitCode::kBadParameter, "--bit-rate must be positive");
-    if (!(o.dAmplitude > 0.0)) throw HostError(ExitCode::kBadParameter, "--amplitude must be positive");
+    if (!(o.dAmplitude > 0.0) || !std::isfinite(o.dAmplitude)) throw HostError(ExitCode::kBadParameter, "--amplitude must be positive");
     Stimulus s;
     s.iSamplesPerBit = o.iSamplesPerBit;
     s.dBitTime = 1.0 / o.dBitRate;
@@ -75,6 +89,9 @@ Stimulus MakeStimulus(const HostOptions& o) {
 
     if (!o.sInput.empty()) {
         Waveform w = WaveformFile::Read(o.sInput);
+        if (w.vValues.size() > kMaxSamples / runs)
+            throw HostError(ExitCode::kBadFile, TooMany("waveform file " + o.sInput + ": " +
+                                                            std::to_string(w.vValues.size()) + " samples", runs));
         if (w.bHasTime) {
             // The file's own time step decides the sample interval; an explicit
             // bit rate must agree with it.
@@ -93,6 +110,9 @@ Stimulus MakeStimulus(const HostOptions& o) {
         return s;
     }
 
+    if (o.nBits > kMaxSamples / runs / static_cast<size_t>(o.iSamplesPerBit))
+        throw HostError(ExitCode::kBadParameter, TooMany("--bits " + std::to_string(o.nBits) + " x --samples-per-bit " +
+                                                             std::to_string(o.iSamplesPerBit), runs));
     Prbs prbs(o.iPrbs);
     s.vBits = prbs.Bits(o.nBits);
     s.vWave.reserve(o.nBits * o.iSamplesPerBit);
@@ -122,6 +142,11 @@ EyeResult MeasureEye(const Stimulus& s, const std::vector<double>& wave, size_t 
         if (s.vBits.empty()) throw HostError(ExitCode::kBadFile, std::string(e.what()) + " (or use fewer --ignore-bits)");
         throw HostError(ExitCode::kBadParameter, std::string(e.what()) + " (use more bits or fewer ignored bits)");
     }
+}
+
+std::string NonFinite(const Outcome& o) {
+    return "sample " + std::to_string(o.nNonFinite) + " is " + Fmt("%g", o.run.vOutput[o.nNonFinite - 1]) +
+           ", not finite";
 }
 
 std::string InitLine(const RunResult& r) {
@@ -169,8 +194,9 @@ void WriteRun(JsonWriter& j, const Outcome& o, double bitTime) {
     j.EndObject();
     j.Key("ami_close").BeginObject().Key("result").Value(static_cast<long long>(o.run.iCloseResult)).EndObject();
     j.Key("seconds").Value(o.run.dSeconds);
+    if (o.nNonFinite != 0) j.Key("first_non_finite_sample").Value(static_cast<long long>(o.nNonFinite));
     j.Key("eye");
-    if (o.run.iInitResult != 0 && o.run.iGetWaveResult != 0) WriteEye(j, o.eye, bitTime); else j.Null();
+    if (Measured(o)) WriteEye(j, o.eye, bitTime); else j.Null();
     j.EndObject();
 }
 
@@ -195,7 +221,7 @@ size_t Best(const std::vector<Outcome>& outcomes) {
     size_t best = outcomes.size();
     for (size_t i = 0; i < outcomes.size(); ++i) {
         const Outcome& o = outcomes[i];
-        if (o.run.iInitResult == 0 || o.run.iGetWaveResult == 0) continue;
+        if (!Measured(o)) continue;
         if (best == outcomes.size() || o.eye.dHeight > outcomes[best].eye.dHeight ||
             (o.eye.dHeight == outcomes[best].eye.dHeight && o.eye.dWidthUI > outcomes[best].eye.dWidthUI))
             best = i;
@@ -261,7 +287,7 @@ int Host::Run(const HostOptions& o, std::ostream& out) {
                                                      " (the ignored bits plus " + std::to_string(2 * kMaxLatencyUI) +
                                                      " for the latency search)");
 
-    const Stimulus stim = MakeStimulus(o);
+    const Stimulus stim = MakeStimulus(o, std::max<size_t>(1, outcomes.size()));
     out << "library    : " << o.sLibrary << "\n";
     out << "ami file   : " << o.sAmiFile << " (root " << ami.RootName() << ")\n";
     out << "stimulus   : " << stim.sDescription << "\n";
@@ -277,7 +303,7 @@ int Host::Run(const HostOptions& o, std::ostream& out) {
     RunSettings settings;
     settings.dSampleInterval = stim.dSampleInterval;
     settings.dBitTime = stim.dBitTime;
-    settings.nBlock = o.nBlock;
+    settings.nBlock = std::min(o.nBlock, stim.vWave.size());  // no clock-time room beyond the waveform
     settings.vImpulse = stim.vImpulse;
 
     ProgressBar progress(stim.vWave.size() * outcomes.size(), o.bSweep ? "sweeping " + o.sSweepParam : "running",
@@ -300,6 +326,11 @@ int Host::Run(const HostOptions& o, std::ostream& out) {
                 Outcome& oc = outcomes[i];
                 oc.run = ModelRun::Run(lib, mine, stim.vWave, &progress.Counter());
                 if (oc.run.iInitResult == 0 || oc.run.iGetWaveResult == 0) continue;
+                // A NaN or infinite sample would read as an open eye.
+                const auto bad = std::find_if(oc.run.vOutput.begin(), oc.run.vOutput.end(),
+                                              [](double v) { return !std::isfinite(v); });
+                oc.nNonFinite = bad == oc.run.vOutput.end() ? 0 : static_cast<size_t>(bad - oc.run.vOutput.begin()) + 1;
+                if (oc.nNonFinite != 0) continue;
                 try {
                     oc.eye = MeasureEye(stim, oc.run.vOutput, ignoreBits);
                 } catch (...) {
@@ -321,6 +352,7 @@ int Host::Run(const HostOptions& o, std::ostream& out) {
         if (oc.failure) std::rethrow_exception(oc.failure);
         if (code == 0 && oc.run.iInitResult == 0) code = static_cast<int>(ExitCode::kInitFailed);
         if (code == 0 && oc.run.iGetWaveResult == 0) code = static_cast<int>(ExitCode::kGetWaveFailed);
+        if (code == 0 && oc.nNonFinite != 0) code = static_cast<int>(ExitCode::kNonFiniteOutput);
     }
 
     // Report.
@@ -333,6 +365,7 @@ int Host::Run(const HostOptions& o, std::ostream& out) {
             out << "AMI_GetWave returned " << oc.run.iGetWaveResult << " (" << oc.run.nGetWaveCalls << " calls)\n";
         out << "AMI_Close returned " << oc.run.iCloseResult << "\n";
         if (code == 0) out << "model output: " << EyeLine(oc.eye, stim.dBitTime) << "\n";
+        if (oc.nNonFinite != 0) out << "model output: " << NonFinite(oc) << "\n";
     } else {
         out << "parameters : " << base.Text() << ", sweeping " << o.sSweepParam << "\n";
         char row[160];
@@ -341,9 +374,10 @@ int Host::Run(const HostOptions& o, std::ostream& out) {
         out << row;
         for (size_t i = 0; i < outcomes.size(); ++i) {
             const Outcome& oc = outcomes[i];
-            if (oc.run.iInitResult == 0 || oc.run.iGetWaveResult == 0) {
+            if (!Measured(oc)) {
                 std::snprintf(row, sizeof row, "%8s  %8ld  %14s  %14s  %s\n", oc.sValue.c_str(), oc.run.iInitResult,
-                              "-", "-", oc.run.iInitResult == 0 ? "AMI_Init failed" : "AMI_GetWave failed");
+                              "-", "-", oc.run.iInitResult == 0 ? "AMI_Init failed"
+                                        : oc.run.iGetWaveResult == 0 ? "AMI_GetWave failed" : NonFinite(oc).c_str());
             } else {
                 const char* note = i == best ? "  <- best" : (oc.eye.bOpen ? "" : "  closed");
                 std::snprintf(row, sizeof row, "%8s  %8ld  %14.4f  %14.3f%s\n", oc.sValue.c_str(), oc.run.iInitResult,
@@ -378,7 +412,7 @@ int Host::Run(const HostOptions& o, std::ostream& out) {
         } else {
             const Outcome& first = outcomes[0];
             const Outcome& top = outcomes[best];
-            if (first.run.iInitResult != 0 && first.run.iGetWaveResult != 0)
+            if (Measured(first))
                 plot(first, "eye_" + FileLabel(o.sSweepParam, first.sValue) + ".png");
             if (best != 0) plot(top, "eye_" + FileLabel(o.sSweepParam, top.sValue) + ".png");
             const std::string csv = "waveform_" + FileLabel(o.sSweepParam, top.sValue) + ".csv";

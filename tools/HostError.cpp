@@ -14,6 +14,7 @@ const char* ExitCodeName(ExitCode code) {
         case ExitCode::kInitFailed: return "AMI_Init failed";
         case ExitCode::kGetWaveFailed: return "AMI_GetWave failed";
         case ExitCode::kOutputFailed: return "cannot write output";
+        case ExitCode::kNonFiniteOutput: return "non-finite output";
     }
     return "error";
 }

@@ -18,6 +18,7 @@ enum class ExitCode : int {
     kInitFailed = 7,        // AMI_Init returned 0
     kGetWaveFailed = 8,     // AMI_GetWave returned 0
     kOutputFailed = 9,      // an output file cannot be written
+    kNonFiniteOutput = 10,  // the model returned NaN or infinite samples
 };
 
 // Name of the failure kind, as printed in front of the message.

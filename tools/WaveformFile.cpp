@@ -32,12 +32,34 @@ std::vector<std::string> Cells(const std::string& line) {
     return cells;
 }
 
+// Whether the whole cell reads as a number; "nan" and "inf" do, and are
+// refused as samples rather than taken for a header's names.
 bool Number(const std::string& s, double& out) {
     if (s.empty()) return false;
     char* end = nullptr;
     errno = 0;
     out = std::strtod(s.c_str(), &end);
-    return *end == '\0' && std::isfinite(out);
+    return *end == '\0';
+}
+
+// A line as it may be echoed to a terminal: bytes that are not printable
+// ASCII as \xNN, and no more than kShown bytes of it.
+std::string Shown(const std::string& line) {
+    const size_t kShown = 60;
+    std::string out;
+    for (size_t i = 0; i < line.size() && i < kShown; ++i) {
+        const unsigned char c = static_cast<unsigned char>(line[i]);
+        char hex[5];
+        std::snprintf(hex, sizeof hex, "\\x%02X", c);
+        out += c >= 0x20 && c < 0x7F ? std::string(1, static_cast<char>(c)) : std::string(hex);
+    }
+    return line.size() > kShown ? out + "..." : out;
+}
+
+std::string Seconds(double t) {
+    char buf[32];
+    std::snprintf(buf, sizeof buf, "%.9g", t);
+    return std::string(buf) + " s";
 }
 
 }  // namespace
@@ -67,8 +89,10 @@ Waveform WaveformFile::Read(const std::string& path) {
                 columns = cells.size();  // a header line names the columns
                 continue;
             }
-            throw bad("not a number in \"" + line + "\"");
+            throw bad("not a number in \"" + Shown(line) + "\"");
         }
+        for (double v : values)
+            if (!std::isfinite(v)) throw bad("not a finite number in \"" + Shown(line) + "\"");
         if (!seenData && columns != 0 && columns != cells.size())
             throw bad("the header has " + std::to_string(columns) + " columns, the data " + std::to_string(cells.size()));
         if (seenData && cells.size() != columns)
@@ -88,8 +112,8 @@ Waveform WaveformFile::Read(const std::string& path) {
             const double step = times[i] - times[i - 1];
             if (std::fabs(step - w.dTimeStep) > 1e-3 * w.dTimeStep)
                 throw HostError(ExitCode::kBadFile, "waveform file " + path + ": sample " + std::to_string(i + 1) +
-                                                        " breaks the even time step of " +
-                                                        std::to_string(w.dTimeStep) + " s");
+                                                        " at " + Seconds(times[i]) + " breaks the even time step of " +
+                                                        Seconds(w.dTimeStep));
         }
     }
     return w;

@@ -14,6 +14,10 @@
 int main(int argc, char** argv) {
     using amihost::ExitCode;
     amihost::HostOptions o;
+    // Counts are read signed and range-checked here, so that "-1" is refused
+    // by name instead of wrapping to a huge unsigned value.
+    long long bits = static_cast<long long>(o.nBits), block = static_cast<long long>(o.nBlock);
+    long long ignoreBits = 0, jobs = 0;
 
     CLI::App app{
         "amihost: runs an IBIS-AMI receiver model the way a channel simulator does.\n"
@@ -29,23 +33,26 @@ int main(int argc, char** argv) {
                    "waveform file instead of the PRBS (see below)");
     app.add_option("--prbs", o.iPrbs, "PRBS order of the built-in pattern")->check(CLI::IsMember({7, 15, 23, 31}))
         ->capture_default_str();
-    app.add_option("--bits", o.nBits, "bits of the PRBS pattern to send")->capture_default_str();
+    app.add_option("--bits", bits, "bits of the PRBS pattern to send")
+        ->check(CLI::Range(1LL, 1000000000LL))->capture_default_str();
     auto* bitRate = app.add_option("--bit-rate", o.dBitRate, "bit rate in bit/s")->capture_default_str();
     app.add_option("--samples-per-bit", o.iSamplesPerBit,
                    "samples per UI (see Timing below)")
-        ->capture_default_str();
+        ->check(CLI::Range(1, 100000))->capture_default_str();
     app.add_option("--amplitude", o.dAmplitude, "NRZ levels are +/- this many volts")->capture_default_str();
     bool noChannel = false;
     app.add_flag("--no-channel", noChannel, "send the PRBS straight to the model");
 
-    app.add_option("--block", o.nBlock, "samples per AMI_GetWave call")->capture_default_str();
-    app.add_option("--ignore-bits", o.iIgnoreBits,
-                   "bits the eye leaves out (default: Ignore_Bits, else 100)");
+    app.add_option("--block", block, "samples per AMI_GetWave call")
+        ->check(CLI::Range(1LL, 1LL << 27))->capture_default_str();
+    auto* ignore = app.add_option("--ignore-bits", ignoreBits, "bits the eye leaves out (default: Ignore_Bits, else 100)")
+        ->check(CLI::Range(0LL, 1000000000LL));
     app.add_flag("--sweep-eq", o.bSweep,
                  "run every setting of --sweep-param, in parallel");
     app.add_option("--sweep-param", o.sSweepParam, "parameter swept through its Range or List")
         ->capture_default_str();
-    app.add_option("-j,--jobs", o.nJobs, "sweep threads (default: one per core)");
+    auto* jobsOption = app.add_option("-j,--jobs", jobs, "sweep threads (default: one per core)")
+        ->check(CLI::Range(1LL, 1024LL));
 
     app.add_option("-o,--out", o.sOutDir, "folder for the results")->capture_default_str();
     bool noProgress = false;
@@ -73,7 +80,8 @@ int main(int argc, char** argv) {
         "writes the eye diagrams of the first and the best setting (eye_EQ0.png, eye_EQ<best>.png) and the\n"
         "best setting's waveform. Eye height is in volts, eye width in UI, both at the best sampling phase.\n"
         "\nExit codes: 0 success, 2 bad command line, 3 missing library, 4 missing symbols, 5 bad file,\n"
-        "6 bad parameter, 7 AMI_Init failed, 8 AMI_GetWave failed, 9 cannot write output.\n"
+        "6 bad parameter, 7 AMI_Init failed, 8 AMI_GetWave failed, 9 cannot write output,\n"
+        "10 the model's output holds NaN or infinite samples.\n"
         "\nExample: amihost --lib build/KV2_RX_x64.so --ami kit/KV2_RX.ami --prbs 15 --bit-rate 15.625e9 \\\n"
         "           --samples-per-bit 64 --set SamplesPerBit=64 --sweep-eq");
 
@@ -85,6 +93,10 @@ int main(int argc, char** argv) {
         app.exit(e);
         return static_cast<int>(ExitCode::kUsage);
     }
+    o.nBits = static_cast<size_t>(bits);
+    o.nBlock = static_cast<size_t>(block);
+    if (ignore->count() > 0) o.iIgnoreBits = static_cast<long>(ignoreBits);
+    if (jobsOption->count() > 0) o.nJobs = static_cast<unsigned>(jobs);
     o.bBitRateGiven = bitRate->count() > 0;
     o.bChannel = !noChannel;
     o.bProgress = !noProgress;
