@@ -4,12 +4,35 @@
 // eye the model produces (metrics, eye diagram, waveform, JSON summary).
 #include <CLI/CLI.hpp>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <iostream>
+#include <string>
 
 #include "tools/Channel.h"
 #include "tools/Host.h"
 #include "tools/HostError.h"
+
+namespace {
+
+// A whole number from lo to hi, checked on the text before it is converted:
+// "-1" never reaches an unsigned value, "1e6" is not silently cut short.
+CLI::Validator Count(long long lo, long long hi) {
+    const std::string range = std::to_string(lo) + " to " + std::to_string(hi);
+    return CLI::Validator(
+        [lo, hi, range](std::string& text) {
+            char* end = nullptr;
+            errno = 0;
+            const long long v = std::strtoll(text.c_str(), &end, 10);
+            if (text.empty() || *end != '\0' || errno == ERANGE || v < lo || v > hi)
+                return "must be a whole number from " + range + ", not " + text;
+            return std::string();
+        },
+        std::to_string(lo) + ".." + std::to_string(hi));
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
     using amihost::ExitCode;
@@ -34,25 +57,25 @@ int main(int argc, char** argv) {
     app.add_option("--prbs", o.iPrbs, "PRBS order of the built-in pattern")->check(CLI::IsMember({7, 15, 23, 31}))
         ->capture_default_str();
     app.add_option("--bits", bits, "bits of the PRBS pattern to send")
-        ->check(CLI::Range(1LL, 1000000000LL))->capture_default_str();
+        ->check(Count(1, 1000000000))->capture_default_str();
     auto* bitRate = app.add_option("--bit-rate", o.dBitRate, "bit rate in bit/s")->capture_default_str();
     app.add_option("--samples-per-bit", o.iSamplesPerBit,
                    "samples per UI (see Timing below)")
-        ->check(CLI::Range(1, 100000))->capture_default_str();
+        ->check(Count(1, 100000))->capture_default_str();
     app.add_option("--amplitude", o.dAmplitude, "NRZ levels are +/- this many volts")->capture_default_str();
     bool noChannel = false;
     app.add_flag("--no-channel", noChannel, "send the PRBS straight to the model");
 
     app.add_option("--block", block, "samples per AMI_GetWave call")
-        ->check(CLI::Range(1LL, 1LL << 27))->capture_default_str();
+        ->check(Count(1, 1LL << 27))->capture_default_str();
     auto* ignore = app.add_option("--ignore-bits", ignoreBits, "bits the eye leaves out (default: Ignore_Bits, else 100)")
-        ->check(CLI::Range(0LL, 1000000000LL));
+        ->check(Count(0, 1000000000));
     app.add_flag("--sweep-eq", o.bSweep,
                  "run every setting of --sweep-param, in parallel");
     app.add_option("--sweep-param", o.sSweepParam, "parameter swept through its Range or List")
         ->capture_default_str();
     auto* jobsOption = app.add_option("-j,--jobs", jobs, "sweep threads (default: one per core)")
-        ->check(CLI::Range(1LL, 1024LL));
+        ->check(Count(1, 1024));
 
     app.add_option("-o,--out", o.sOutDir, "folder for the results")->capture_default_str();
     bool noProgress = false;

@@ -26,10 +26,11 @@ TEST(HostHostile, BadInputEndsInItsOwnCodeAndMessage) {
     const std::string nan = kHeader + "(Model_Specific (SampleRate (Usage In) (Type Float) (Range 1e300 1 1e301))"
                             " (SamplesPerBit (Usage In) (Type Integer) (Value 32))))";
     const struct { const char* file; std::string text; const char* args; int code; std::string err; } cases[] = {
-        {"", "", "--bits -1", 2, "--bits: Value -1 not in range 1 to 1000000000"},
-        {"", "", "--samples-per-bit 100001", 2, "--samples-per-bit: Value 100001 not in range 1 to 100000"},
-        {"", "", "--block -1", 2, "--block: Value -1 not in range 1 to 134217728"},
-        {"", "", "--ignore-bits -5", 2, "--ignore-bits: Value -5 not in range 0 to 1000000000"},
+        {"", "", "--bits -1", 2, "--bits: must be a whole number from 1 to 1000000000, not -1"},
+        {"", "", "--bits 1e6", 2, "--bits: must be a whole number from 1 to 1000000000, not 1e6"},
+        {"", "", "--samples-per-bit 100001", 2, "--samples-per-bit: must be a whole number from 1 to 100000, not 100001"},
+        {"", "", "--block -1", 2, "--block: must be a whole number from 1 to 134217728, not -1"},
+        {"", "", "--ignore-bits -5", 2, "--ignore-bits: must be a whole number from 0 to 1000000000, not -5"},
         {"", "", "--bits 2000000", 6, big + limit},
         {"", "", "--bits 2000000 --sweep-eq", 6, big + " for each of 16 settings" + limit},
         {"n.ami", nan, "--bits 300 --samples-per-bit 32 -o n", 10,
