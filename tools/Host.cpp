@@ -80,7 +80,8 @@ Stimulus MakeStimulus(const HostOptions& o, size_t runs) {
     if (o.iSamplesPerBit < 1) throw HostError(ExitCode::kBadParameter, "--samples-per-bit must be at least 1");
     if (!(o.dBitRate > 0.0) || !std::isfinite(o.dBitRate))
         throw HostError(ExitCode::kBadParameter, "--bit-rate must be positive");
-    if (!(o.dAmplitude > 0.0) || !std::isfinite(o.dAmplitude)) throw HostError(ExitCode::kBadParameter, "--amplitude must be positive");
+    if (!(o.dAmplitude > 0.0) || !std::isfinite(o.dAmplitude))
+        throw HostError(ExitCode::kBadParameter, "--amplitude must be positive and finite");
     Stimulus s;
     s.iSamplesPerBit = o.iSamplesPerBit;
     s.dBitTime = 1.0 / o.dBitRate;
