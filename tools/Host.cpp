@@ -9,12 +9,14 @@
 #include <filesystem>
 #include <fstream>
 #include <mutex>
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <thread>
 
 #include "tools/AmiFile.h"
 #include "tools/AmiLibrary.h"
 #include "tools/Channel.h"
+#include "tools/Datasheet.h"
 #include "tools/EyeMetrics.h"
 #include "tools/EyePlot.h"
 #include "tools/HostError.h"
@@ -23,6 +25,8 @@
 #include "tools/ParameterString.h"
 #include "tools/Prbs.h"
 #include "tools/ProgressBar.h"
+#include "tools/PulseResponse.h"
+#include "tools/RateMatch.h"
 #include "tools/WaveformFile.h"
 
 namespace amihost {
@@ -210,6 +214,78 @@ std::string FileLabel(const std::string& param, const std::string& value) {
     return s;
 }
 
+nlohmann::ordered_json RateJson(const RateMatchResult& rate) {
+    nlohmann::ordered_json list = nlohmann::ordered_json::array();
+    for (const RateSetting& r : rate.vSettings)
+        list.push_back({{"parameter", r.sName},
+                        {"host_value", r.sHostValue},
+                        {"used_value", r.sUsedValue},
+                        {"set_by_user", r.bOverridden},
+                        {"agrees", r.bAgrees}});
+    return {{"settings", list}, {"warnings", rate.vWarnings}};
+}
+
+void PrintRate(const RateMatchResult& rate, std::ostream& out) {
+    for (const RateSetting& r : rate.vSettings)
+        if (r.bAgrees)
+            out << "timing     : " << r.sName << " " << r.sUsedValue << (r.bOverridden ? " (set by you)" : " (set by the host)")
+                << "\n";
+    for (const std::string& w : rate.vWarnings) out << w << "\n";
+}
+
+void CreateOutDir(const std::string& dir) {
+    std::error_code ec;
+    std::filesystem::create_directories(dir, ec);
+    if (ec) throw HostError(ExitCode::kOutputFailed, "cannot create output folder " + dir + ": " + ec.message());
+}
+
+// Samples of the step-response runs, and where the step starts: long enough
+// for the slowest equalizer pole to settle.
+const size_t kStepLength = 65536;
+const size_t kStepLead = 1024;
+
+int RunDatasheet(const HostOptions& o, const AmiLibrary& lib, ParameterString base, std::ostream& out,
+                 const AmiFile& ami) {
+    if (o.iSamplesPerBit < 1) throw HostError(ExitCode::kBadParameter, "--samples-per-bit must be at least 1");
+    const double dt = 1.0 / (o.dBitRate * o.iSamplesPerBit);
+    const RateMatchResult rate = RateMatch::Apply(base, ami, o.vSets, dt, o.iSamplesPerBit);
+    out << "library    : " << o.sLibrary << "\n";
+    out << "ami file   : " << o.sAmiFile << " (root " << ami.RootName() << ")\n";
+    out << "datasheet  : unit step through AMI_GetWave, " << kStepLength << " samples of " << Fmt("%g", dt)
+        << " s, per " << o.sSweepParam << " setting\n";
+    PrintRate(rate, out);
+    const std::vector<std::string> values = base.SweepValues(o.sSweepParam);
+    std::vector<DatasheetRow> rows;
+    ProgressBar progress(values.size(), "datasheet", o.bProgress);
+    for (const std::string& v : values) {
+        ParameterString p = base;
+        p.Set(o.sSweepParam, v);
+        RunSettings settings;
+        settings.sParameters = p.Text();
+        settings.dSampleInterval = dt;
+        settings.dBitTime = dt * o.iSamplesPerBit;
+        settings.nBlock = o.nBlock;
+        const std::vector<double> step = PulseResponse::ModelStep(lib, settings, kStepLead, kStepLength);
+        rows.push_back(Datasheet::Measure(step, kStepLead, dt));
+        rows.back().sValue = v;
+        ++progress.Counter();
+    }
+    progress.Finish();
+    out << Datasheet::Table(o.sSweepParam, rows);
+
+    CreateOutDir(o.sOutDir);
+    const std::string png = (std::filesystem::path(o.sOutDir) / "datasheet.png").string();
+    const std::string json = (std::filesystem::path(o.sOutDir) / "summary.json").string();
+    Datasheet::Plot(o.sSweepParam, rows, std::min(0.5 / dt, 25e9), png);
+    nlohmann::ordered_json doc = {{"library", o.sLibrary},       {"ami_file", o.sAmiFile},
+                                  {"root", ami.RootName()},      {"sample_interval_s", dt},
+                                  {"parameter", o.sSweepParam},  {"rate_match", RateJson(rate)},
+                                  {"datasheet", Datasheet::Json(rows)}, {"files", {png, json}}};
+    WriteText(json, doc.dump(2) + "\n");
+    out << "wrote      : " << png << " " << json << "\n";
+    return 0;
+}
+
 }  // namespace
 
 std::string Host::ChannelSummary(double bitRate) {
@@ -223,6 +299,23 @@ int Host::Run(const HostOptions& o, std::ostream& out) {
     const AmiFile ami = AmiFile::Load(o.sAmiFile);
     ParameterString base(ami);
     for (const std::string& s : o.vSets) base.SetAssignment(s);
+
+    if (o.nBlock < 1) throw HostError(ExitCode::kBadParameter, "--block must be at least 1");
+    if (o.bDatasheet) return RunDatasheet(o, lib, base, out, ami);
+    long ignore = o.iIgnoreBits;
+    if (ignore < 0) {
+        ignore = 100;
+        if (const AmiParameter* p = ami.FindReserved("Ignore_Bits"))
+            if (!p->sDefault.empty()) ignore = std::max(0L, std::strtol(p->sDefault.c_str(), nullptr, 10));
+    }
+    const size_t ignoreBits = static_cast<size_t>(ignore);
+    if (o.sInput.empty() && o.nBits < ignoreBits + 2 * kMaxLatencyUI)
+        throw HostError(ExitCode::kBadParameter, "--bits must be at least " + std::to_string(ignoreBits + 2 * kMaxLatencyUI) +
+                                                     " (the ignored bits plus " + std::to_string(2 * kMaxLatencyUI) +
+                                                     " for the latency search)");
+
+    const Stimulus stim = MakeStimulus(o);
+    const RateMatchResult rate = RateMatch::Apply(base, ami, o.vSets, stim.dSampleInterval, stim.iSamplesPerBit);
 
     // One parameter string per run: the swept values, or just the base.
     std::vector<Outcome> outcomes;
@@ -248,26 +341,13 @@ int Host::Run(const HostOptions& o, std::ostream& out) {
         outcomes.push_back(std::move(oc));
     }
 
-    if (o.nBlock < 1) throw HostError(ExitCode::kBadParameter, "--block must be at least 1");
-    long ignore = o.iIgnoreBits;
-    if (ignore < 0) {
-        ignore = 100;
-        if (const AmiParameter* p = ami.FindReserved("Ignore_Bits"))
-            if (!p->sDefault.empty()) ignore = std::max(0L, std::strtol(p->sDefault.c_str(), nullptr, 10));
-    }
-    const size_t ignoreBits = static_cast<size_t>(ignore);
-    if (o.sInput.empty() && o.nBits < ignoreBits + 2 * kMaxLatencyUI)
-        throw HostError(ExitCode::kBadParameter, "--bits must be at least " + std::to_string(ignoreBits + 2 * kMaxLatencyUI) +
-                                                     " (the ignored bits plus " + std::to_string(2 * kMaxLatencyUI) +
-                                                     " for the latency search)");
-
-    const Stimulus stim = MakeStimulus(o);
     out << "library    : " << o.sLibrary << "\n";
     out << "ami file   : " << o.sAmiFile << " (root " << ami.RootName() << ")\n";
     out << "stimulus   : " << stim.sDescription << "\n";
     if (stim.bChannel) out << "channel    : " << ChannelSummary(1.0 / stim.dBitTime) << "\n";
     out << "AMI_Init   : sample interval " << Fmt("%g", stim.dSampleInterval) << " s, bit time "
         << Fmt("%g", stim.dBitTime) << " s; AMI_GetWave blocks of " << o.nBlock << " samples\n";
+    PrintRate(rate, out);
     EyeResult inputEye;
     if (!stim.vBits.empty()) {
         inputEye = MeasureEye(stim, stim.vWave, ignoreBits);
@@ -359,9 +439,7 @@ int Host::Run(const HostOptions& o, std::ostream& out) {
     }
 
     // Files.
-    std::error_code ec;
-    std::filesystem::create_directories(o.sOutDir, ec);
-    if (ec) throw HostError(ExitCode::kOutputFailed, "cannot create output folder " + o.sOutDir + ": " + ec.message());
+    CreateOutDir(o.sOutDir);
     std::vector<std::string> written;
     auto path = [&](const std::string& name) { return (std::filesystem::path(o.sOutDir) / name).string(); };
     auto plot = [&](const Outcome& oc, const std::string& name) {
@@ -429,7 +507,9 @@ int Host::Run(const HostOptions& o, std::ostream& out) {
     for (const std::string& w : written) j.Value(w);
     j.EndArray();
     j.EndObject();
-    WriteText(path("summary.json"), j.Text());
+    nlohmann::ordered_json doc = nlohmann::ordered_json::parse(j.Text());
+    doc["rate_match"] = RateJson(rate);
+    WriteText(path("summary.json"), doc.dump(2) + "\n");
 
     out << "wrote      :";
     for (const std::string& w : written) out << " " << w;

@@ -34,6 +34,8 @@ struct HostOptions {
 
     std::string sOutDir = "amihost-out";
     bool bProgress = true;
+
+    bool bDatasheet = false;            // measure every setting of sSweepParam instead of running a pattern
 };
 
 class Host {

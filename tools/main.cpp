@@ -47,6 +47,9 @@ int main(int argc, char** argv) {
         ->capture_default_str();
     app.add_option("-j,--jobs", o.nJobs, "sweep threads (default: one per core)");
 
+    app.add_flag("--datasheet", o.bDatasheet,
+                 "measure DC gain, peaking and delay of every --sweep-param setting (step through AMI_GetWave)");
+
     app.add_option("-o,--out", o.sOutDir, "folder for the results")->capture_default_str();
     bool noProgress = false;
     app.add_flag("--no-progress", noProgress, "never draw the progress bar");
