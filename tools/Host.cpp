@@ -27,6 +27,7 @@
 #include "tools/ProgressBar.h"
 #include "tools/PulseResponse.h"
 #include "tools/RateMatch.h"
+#include "tools/TouchstoneChannel.h"
 #include "tools/WaveformFile.h"
 
 namespace amihost {
@@ -48,6 +49,8 @@ struct Stimulus {
     std::vector<double> vImpulse;   // channel response to a one-sample unit pulse
     std::string sDescription;
     bool bChannel = false;
+    std::string sChannel;           // one line describing the channel
+    double dLossAtNyquist = 0.0;    // dB
 };
 
 // One setting's run and its eye.
@@ -103,11 +106,21 @@ Stimulus MakeStimulus(const HostOptions& o) {
     for (uint8_t b : s.vBits) s.vWave.insert(s.vWave.end(), o.iSamplesPerBit, b ? o.dAmplitude : -o.dAmplitude);
     s.vImpulse.assign(impulseLength + 1, 0.0);
     s.vImpulse[1] = 1.0;
-    if (o.bChannel) {
+    if (o.bChannel && !o.sChannelFile.empty()) {
+        const TouchstoneChannel channel(o.sChannelFile, o.sPorts, s.dSampleInterval);
+        channel.Process(s.vWave);
+        channel.Process(s.vImpulse);
+        s.bChannel = true;
+        s.dLossAtNyquist = channel.LossDb(0.5 / s.dBitTime);
+        s.sChannel = channel.Describe() + "; loss " + Fmt("%.1f", s.dLossAtNyquist) + " dB at Nyquist (" +
+                     Fmt("%g", 0.5e-9 / s.dBitTime) + " GHz)";
+    } else if (o.bChannel) {
         const Channel channel(Channel::DefaultCorners(), s.dSampleInterval);
         channel.Process(s.vWave);
         channel.Process(s.vImpulse);
         s.bChannel = true;
+        s.dLossAtNyquist = channel.LossDb(0.5 / s.dBitTime);
+        s.sChannel = Host::ChannelSummary(1.0 / s.dBitTime);
     }
     // The leading zero only kept the pulse off the filter's settled start.
     s.vImpulse.erase(s.vImpulse.begin());
@@ -344,7 +357,7 @@ int Host::Run(const HostOptions& o, std::ostream& out) {
     out << "library    : " << o.sLibrary << "\n";
     out << "ami file   : " << o.sAmiFile << " (root " << ami.RootName() << ")\n";
     out << "stimulus   : " << stim.sDescription << "\n";
-    if (stim.bChannel) out << "channel    : " << ChannelSummary(1.0 / stim.dBitTime) << "\n";
+    if (stim.bChannel) out << "channel    : " << stim.sChannel << "\n";
     out << "AMI_Init   : sample interval " << Fmt("%g", stim.dSampleInterval) << " s, bit time "
         << Fmt("%g", stim.dBitTime) << " s; AMI_GetWave blocks of " << o.nBlock << " samples\n";
     PrintRate(rate, out);
@@ -479,7 +492,15 @@ int Host::Run(const HostOptions& o, std::ostream& out) {
     j.Key("bit_time_s").Value(stim.dBitTime);
     j.EndObject();
     j.Key("channel");
-    if (stim.bChannel) {
+    if (stim.bChannel && !o.sChannelFile.empty()) {
+        j.BeginObject();
+        j.Key("model").Value(stim.sChannel);
+        j.Key("touchstone").Value(o.sChannelFile);
+        j.Key("ports").Value(o.sPorts);
+        j.Key("nyquist_hz").Value(0.5 / stim.dBitTime);
+        j.Key("loss_at_nyquist_db").Value(stim.dLossAtNyquist);
+        j.EndObject();
+    } else if (stim.bChannel) {
         const Channel channel(Channel::DefaultCorners(), stim.dSampleInterval);
         j.BeginObject();
         j.Key("model").Value(Channel::Describe(channel.Corners()));

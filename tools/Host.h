@@ -24,6 +24,8 @@ struct HostOptions {
     int iSamplesPerBit = 100;           // samples per UI
     double dAmplitude = 0.5;            // NRZ levels are +/- this, V
     bool bChannel = true;               // pass the PRBS through the built-in channel
+    std::string sChannelFile;           // Touchstone channel instead of the built-in one
+    std::string sPorts = "13-24";       // its differential pairing (4-port and wider)
 
     size_t nBlock = 4096;               // samples per AMI_GetWave call
     long iIgnoreBits = -1;              // bits left out of the eye; -1: the .ami's Ignore_Bits, else 100

@@ -37,6 +37,8 @@ int main(int argc, char** argv) {
     app.add_option("--amplitude", o.dAmplitude, "NRZ levels are +/- this many volts")->capture_default_str();
     bool noChannel = false;
     app.add_flag("--no-channel", noChannel, "send the PRBS straight to the model");
+    app.add_option("--channel", o.sChannelFile, "Touchstone channel (.s2p, .s4p, ...) instead of the built-in one");
+    app.add_option("--ports", o.sPorts, "differential pairing of a 4-port: 13-24 or 12-34")->capture_default_str();
 
     app.add_option("--block", o.nBlock, "samples per AMI_GetWave call")->capture_default_str();
     app.add_option("--ignore-bits", o.iIgnoreBits,
