@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <mutex>
+#include <sstream>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <thread>
@@ -27,6 +28,8 @@
 #include "tools/ProgressBar.h"
 #include "tools/PulseResponse.h"
 #include "tools/RateMatch.h"
+#include "tools/StatEye.h"
+#include "tools/StatEyeReport.h"
 #include "tools/TouchstoneChannel.h"
 #include "tools/WaveformFile.h"
 
@@ -39,6 +42,8 @@ namespace {
 const int kMaxLatencyUI = 32;
 // Length of the impulse response handed to AMI_Init, in UI.
 const int kImpulseUI = 32;
+// Length of the pulse responses of the statistical eye, in UI.
+const int kPulseUI = 128;
 
 struct Stimulus {
     std::vector<double> vWave;      // what the model receives, V
@@ -47,6 +52,7 @@ struct Stimulus {
     double dBitTime = 0.0;          // s
     int iSamplesPerBit = 0;
     std::vector<double> vImpulse;   // channel response to a one-sample unit pulse
+    std::vector<double> vPulse;     // channel response to a one-UI unit pulse (PRBS only)
     std::string sDescription;
     bool bChannel = false;
     std::string sChannel;           // one line describing the channel
@@ -106,10 +112,13 @@ Stimulus MakeStimulus(const HostOptions& o) {
     for (uint8_t b : s.vBits) s.vWave.insert(s.vWave.end(), o.iSamplesPerBit, b ? o.dAmplitude : -o.dAmplitude);
     s.vImpulse.assign(impulseLength + 1, 0.0);
     s.vImpulse[1] = 1.0;
+    s.vPulse.assign(static_cast<size_t>(kPulseUI) * o.iSamplesPerBit + 1, 0.0);
+    std::fill(s.vPulse.begin() + 1, s.vPulse.begin() + 1 + o.iSamplesPerBit, 1.0);
     if (o.bChannel && !o.sChannelFile.empty()) {
         const TouchstoneChannel channel(o.sChannelFile, o.sPorts, s.dSampleInterval);
         channel.Process(s.vWave);
         channel.Process(s.vImpulse);
+        channel.Process(s.vPulse);
         s.bChannel = true;
         s.dLossAtNyquist = channel.LossDb(0.5 / s.dBitTime);
         s.sChannel = channel.Describe() + "; loss " + Fmt("%.1f", s.dLossAtNyquist) + " dB at Nyquist (" +
@@ -118,12 +127,14 @@ Stimulus MakeStimulus(const HostOptions& o) {
         const Channel channel(Channel::DefaultCorners(), s.dSampleInterval);
         channel.Process(s.vWave);
         channel.Process(s.vImpulse);
+        channel.Process(s.vPulse);
         s.bChannel = true;
         s.dLossAtNyquist = channel.LossDb(0.5 / s.dBitTime);
         s.sChannel = Host::ChannelSummary(1.0 / s.dBitTime);
     }
     // The leading zero only kept the pulse off the filter's settled start.
     s.vImpulse.erase(s.vImpulse.begin());
+    s.vPulse.erase(s.vPulse.begin());
     s.sDescription = "PRBS" + std::to_string(o.iPrbs) + " NRZ, " + std::to_string(o.nBits) + " bits at " +
                      Fmt("%g", o.dBitRate / 1e9) + " Gb/s, " + std::to_string(o.iSamplesPerBit) +
                      " samples/bit, +/-" + Fmt("%g", o.dAmplitude) + " V";
@@ -315,6 +326,10 @@ int Host::Run(const HostOptions& o, std::ostream& out) {
 
     if (o.nBlock < 1) throw HostError(ExitCode::kBadParameter, "--block must be at least 1");
     if (o.bDatasheet) return RunDatasheet(o, lib, base, out, ami);
+    if (o.bStatEye && !o.sInput.empty())
+        throw HostError(ExitCode::kBadParameter, "--stat-eye needs the built-in pattern: the channel of --input is unknown");
+    if (!(o.dNoiseRms >= 0.0) || !(o.dRjRms >= 0.0))
+        throw HostError(ExitCode::kBadParameter, "--noise and --rj must be zero or positive");
     long ignore = o.iIgnoreBits;
     if (ignore < 0) {
         ignore = 100;
@@ -451,6 +466,35 @@ int Host::Run(const HostOptions& o, std::ostream& out) {
             out << "best       : " << outcomes[best].sLabel << ", " << EyeLine(outcomes[best].eye, stim.dBitTime) << "\n";
     }
 
+    StatEyeSettings statSettings;
+    StatEyeResult statEye;
+    const bool statEyeDone = o.bStatEye && best < outcomes.size();
+    if (statEyeDone) {
+        // The model's pulse response through AMI_GetWave (step, differentiated)
+        // combined with the channel's response to one UI.
+        const Outcome& oc = outcomes[best];
+        RunSettings mine = settings;
+        mine.sParameters = oc.sParameters;
+        const size_t length = static_cast<size_t>(kPulseUI) * stim.iSamplesPerBit;
+        const std::vector<double> step = PulseResponse::ModelStep(lib, mine, kStepLead, kStepLead + length);
+        const std::vector<double> pulse =
+            PulseResponse::Combine(PulseResponse::Differentiate(step, kStepLead), stim.vPulse, length);
+        statSettings.iSamplesPerBit = stim.iSamplesPerBit;
+        statSettings.dSampleInterval = stim.dSampleInterval;
+        statSettings.dAmplitude = o.dAmplitude;
+        statSettings.dNoiseRms = o.dNoiseRms;
+        statSettings.dRjRms = o.dRjRms;
+        try {
+            statEye = StatEye::Compute(pulse, statSettings);
+        } catch (const std::invalid_argument& e) {
+            throw HostError(ExitCode::kBadParameter, std::string(e.what()) + " (" + oc.sLabel + ")");
+        }
+        out << "stat eye   : " << oc.sLabel << ", main cursor " << Fmt("%.4f", statEye.dMainCursor) << " V, noise "
+            << Fmt("%g", o.dNoiseRms) << " V rms, RJ " << Fmt("%g", o.dRjRms) << " s rms\n";
+        std::istringstream lines(StatEyeReport::Lines(statEye));
+        for (std::string line; std::getline(lines, line);) out << "             " << line << "\n";
+    }
+
     // Files.
     CreateOutDir(o.sOutDir);
     std::vector<std::string> written;
@@ -476,6 +520,11 @@ int Host::Run(const HostOptions& o, std::ostream& out) {
             WaveformFile::Write(path(csv), stim.dSampleInterval, stim.vWave, top.run.vOutput);
             written.push_back(path(csv));
         }
+    }
+
+    if (statEyeDone) {
+        StatEyeReport::WritePng(statEye, "STATISTICAL EYE, " + outcomes[best].sLabel, path("stat_eye.png"));
+        written.push_back(path("stat_eye.png"));
     }
 
     JsonWriter j;
@@ -530,6 +579,7 @@ int Host::Run(const HostOptions& o, std::ostream& out) {
     j.EndObject();
     nlohmann::ordered_json doc = nlohmann::ordered_json::parse(j.Text());
     doc["rate_match"] = RateJson(rate);
+    if (statEyeDone) doc["stat_eye"] = StatEyeReport::Json(statEye, statSettings);
     WriteText(path("summary.json"), doc.dump(2) + "\n");
 
     out << "wrote      :";

@@ -37,6 +37,9 @@ struct HostOptions {
     std::string sOutDir = "amihost-out";
     bool bProgress = true;
 
+    bool bStatEye = false;              // statistical eye of the single or the best setting
+    double dNoiseRms = 0.0;             // its Rx noise, V rms
+    double dRjRms = 0.0;                // its Rx random jitter, s rms
     bool bDatasheet = false;            // measure every setting of sSweepParam instead of running a pattern
 };
 

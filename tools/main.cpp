@@ -49,6 +49,10 @@ int main(int argc, char** argv) {
         ->capture_default_str();
     app.add_option("-j,--jobs", o.nJobs, "sweep threads (default: one per core)");
 
+    app.add_flag("--stat-eye", o.bStatEye,
+                 "statistical eye, bathtub and BER contours of the single or best setting (stat_eye.png)");
+    app.add_option("--noise", o.dNoiseRms, "Rx noise for --stat-eye, V rms")->capture_default_str();
+    app.add_option("--rj", o.dRjRms, "Rx random jitter for --stat-eye, s rms")->capture_default_str();
     app.add_flag("--datasheet", o.bDatasheet,
                  "measure DC gain, peaking and delay of every --sweep-param setting (step through AMI_GetWave)");
 
