@@ -121,13 +121,16 @@ std::vector<std::complex<double>> ChannelResponse::OnGrid(const std::vector<doub
 }
 
 std::vector<double> ChannelResponse::Impulse(const std::vector<double>& f, const std::vector<std::complex<double>>& H,
-                                             double T) {
+                                             double T, size_t& precursors) {
     double step = f.back();
     for (size_t i = 1; i < f.size(); ++i) step = std::min(step, f[i] - f[i - 1]);
     const double span = std::max(kMinSpanS, step > 0.0 ? 1.0 / step : 0.0);
     const size_t n = std::min(kMaxPoints, Fft::NextPow2(static_cast<size_t>(std::ceil(span / T))));
     const std::vector<std::complex<double>> G = OnGrid(f, H, 1.0 / (static_cast<double>(n) * T), n / 2 + 1, 0.5 / T);
     std::vector<double> h = Fft::Inverse(G, n);
+    const double top = std::min(0.5 / T, f.back());
+    precursors = std::min(n / 4, static_cast<size_t>(std::ceil(10.0 / (top * T))));
+    std::rotate(h.begin(), h.end() - static_cast<long>(precursors), h.end());
     double peak = 0.0;
     for (double v : h) peak = std::max(peak, std::fabs(v));
     size_t last = h.size();

@@ -18,7 +18,10 @@
 //    frequency or the Nyquist frequency, whichever is lower) keeps the cut
 //    from ringing.
 // 4. h[n] = IFFT(H)[n]: the response to a one-sample unit pulse, so that
-//    y = h * x for a waveform x sampled at T (sum h = H(0)).
+//    y = h * x for a waveform x sampled at T (sum h = H(0)). Band-limiting
+//    spreads every edge of h to both sides, so the last samples of the
+//    circular result belong before t = 0; the first of the taps returned are
+//    those precursors (10 periods of the top frequency), then h from t = 0.
 #pragma once
 
 #include <complex>
@@ -46,9 +49,11 @@ public:
                                                     const std::vector<std::complex<double>>& H, double binHz,
                                                     size_t bins, double bandHz);
     // Step 4, N chosen for a span of at least max(1 / data step, 20 ns);
-    // trailing samples below 1e-9 of the peak are dropped.
+    // trailing samples below 1e-9 of the peak are dropped. precursors: how
+    // many of the taps lie before t = 0.
     static std::vector<double> Impulse(const std::vector<double>& frequencyHz,
-                                       const std::vector<std::complex<double>>& H, double sampleInterval);
+                                       const std::vector<std::complex<double>>& H, double sampleInterval,
+                                       size_t& precursors);
 };
 
 }  // namespace amihost

@@ -18,7 +18,7 @@ TouchstoneChannel::TouchstoneChannel(const std::string& path, const std::string&
     if (m_iPorts != 2) m_sPorts = ports;
     m_vFrequencyHz = data.vFrequencyHz;
     m_vH = ChannelResponse::Through(data, pairing);
-    m_vImpulse = ChannelResponse::Impulse(m_vFrequencyHz, m_vH, sampleInterval);
+    m_vImpulse = ChannelResponse::Impulse(m_vFrequencyHz, m_vH, sampleInterval, m_nPrecursors);
     for (double v : m_vImpulse) m_dDcGain += v;
 }
 
@@ -27,8 +27,11 @@ void TouchstoneChannel::Process(std::vector<double>& wave) const {
     const double x0 = wave[0];
     std::vector<double> x(wave.size());
     for (size_t i = 0; i < x.size(); ++i) x[i] = wave[i] - x0;
+    // Past the end the waveform is taken to hold its last value, for the
+    // precursors to see.
+    x.resize(wave.size() + m_nPrecursors, x.back());
     const std::vector<double> y = Fft::Convolve(x, m_vImpulse);
-    for (size_t i = 0; i < wave.size(); ++i) wave[i] = y[i] + x0 * m_dDcGain;
+    for (size_t i = 0; i < wave.size(); ++i) wave[i] = y[i + m_nPrecursors] + x0 * m_dDcGain;
 }
 
 double TouchstoneChannel::LossDb(double f) const {

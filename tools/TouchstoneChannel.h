@@ -24,7 +24,6 @@ public:
     double LossDb(double f) const;
     std::string Describe() const;
 
-    const std::vector<double>& Impulse() const { return m_vImpulse; }
     int Ports() const { return m_iPorts; }
 
 private:
@@ -33,7 +32,8 @@ private:
     int m_iPorts = 0;
     std::vector<double> m_vFrequencyHz;
     std::vector<std::complex<double>> m_vH;  // through transfer at the data frequencies
-    std::vector<double> m_vImpulse;     // response to a one-sample unit pulse
+    std::vector<double> m_vImpulse;     // response to a one-sample unit pulse, from -m_nPrecursors samples
+    size_t m_nPrecursors = 0;
     double m_dDcGain = 0.0;             // sum of the impulse response
 };
 
