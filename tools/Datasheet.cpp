@@ -14,6 +14,8 @@ namespace amihost {
 
 namespace {
 
+const double kFlatDb = 1e-6;
+
 double Db(double magnitude) { return 20.0 * std::log10(std::max(magnitude, 1e-300)); }
 
 }  // namespace
@@ -37,7 +39,8 @@ DatasheetRow Datasheet::Measure(const std::vector<double>& step, size_t lead, do
         if (std::abs(H[k]) > std::abs(H[peak])) peak = k;
     }
     row.dPeakingDb = row.vMagnitudeDb[peak] - row.vMagnitudeDb[0];
-    row.dPeakHz = static_cast<double>(peak) * row.dBinHz;
+    // A flat response peaks nowhere; rounding alone must not name a bin.
+    row.dPeakHz = row.dPeakingDb < kFlatDb ? 0.0 : static_cast<double>(peak) * row.dBinHz;
     // First crossing of half the final value; prev starts at the sample
     // before the step.
     const double half = 0.5 * final;

@@ -12,8 +12,8 @@ namespace amihost {
 
 TouchstoneChannel::TouchstoneChannel(const std::string& path, const std::string& ports, double sampleInterval)
     : m_sPath(path) {
-    const TouchstoneData data = Touchstone::Load(path);
     const PortPairing pairing = ChannelResponse::ParsePorts(ports);
+    const TouchstoneData data = Touchstone::Load(path);
     m_iPorts = data.nPorts;
     if (m_iPorts != 2) m_sPorts = ports;
     m_vFrequencyHz = data.vFrequencyHz;
