@@ -52,11 +52,21 @@ PortPairing ChannelResponse::ParsePorts(const std::string& text) {
     return pp;
 }
 
-std::vector<std::complex<double>> ChannelResponse::Through(const TouchstoneData& d, const PortPairing& p) {
-    std::vector<std::complex<double>> H;
+std::vector<std::complex<double>> ChannelResponse::Through(const TouchstoneData& d, const PortPairing& p,
+                                                           double terminationOhms) {
+    std::vector<std::complex<double>> H, S22;
     H.reserve(d.vS.size());
+    auto terminate = [&] {
+        if (!(terminationOhms > 0.0) || terminationOhms == d.dReferenceOhms) return;
+        const double g = (terminationOhms - d.dReferenceOhms) / (terminationOhms + d.dReferenceOhms);
+        for (size_t k = 0; k < H.size(); ++k) H[k] = H[k] * (1.0 + g) / (1.0 - S22[k] * g);
+    };
     if (d.nPorts == 2) {
-        for (size_t k = 0; k < d.vS.size(); ++k) H.push_back(d.S(k, 2, 1));
+        for (size_t k = 0; k < d.vS.size(); ++k) {
+            H.push_back(d.S(k, 2, 1));
+            S22.push_back(d.S(k, 2, 2));
+        }
+        terminate();
         return H;
     }
     if (d.nPorts < 4)
@@ -64,9 +74,13 @@ std::vector<std::complex<double>> ChannelResponse::Through(const TouchstoneData&
                                                 std::to_string(d.nPorts) + "-port");
     if (std::max({p.iInP, p.iInN, p.iOutP, p.iOutN}) > d.nPorts)
         throw HostError(ExitCode::kBadFile, "--ports names a port beyond the " + std::to_string(d.nPorts) + " of the network");
-    for (size_t k = 0; k < d.vS.size(); ++k)
+    for (size_t k = 0; k < d.vS.size(); ++k) {
         H.push_back(0.5 * (d.S(k, p.iOutP, p.iInP) - d.S(k, p.iOutP, p.iInN) - d.S(k, p.iOutN, p.iInP) +
                            d.S(k, p.iOutN, p.iInN)));
+        S22.push_back(0.5 * (d.S(k, p.iOutP, p.iOutP) - d.S(k, p.iOutP, p.iOutN) - d.S(k, p.iOutN, p.iOutP) +
+                             d.S(k, p.iOutN, p.iOutN)));
+    }
+    terminate();
     return H;
 }
 

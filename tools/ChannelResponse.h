@@ -6,7 +6,10 @@
 //    and output pair (p2, n2):
 //        SDD21 = (S(p2,p1) - S(p2,n1) - S(n2,p1) + S(n2,n1)) / 2.
 //    "13-24" pairs ports 1/3 at the input and 2/4 at the output (odd ports
-//    at the near end), "12-34" pairs 1/2 and 3/4.
+//    at the near end), "12-34" pairs 1/2 and 3/4. A receiver whose input
+//    resistance r (per leg) differs from the reference Z0 reflects
+//    G = (r - Z0) / (r + Z0), and the voltage it sees becomes
+//        H (1 + G) / (1 - S22 G)        (S22: SDD22 for a pair).
 // 2. Onto the grid f_k = k / (N T), k = 0 .. N/2: magnitude and unwrapped
 //    phase are interpolated linearly (interpolating them rather than real and
 //    imaginary parts keeps the group delay, hence the response causal). Below
@@ -41,9 +44,11 @@ public:
     // "13-24", "12-34", or "a,b-c,d" for wider networks. Throws
     // HostError(kBadParameter).
     static PortPairing ParsePorts(const std::string& text);
-    // H at each data frequency. Throws HostError(kBadFile) when the pairing
-    // names a port the network lacks, or the network has one port or three.
-    static std::vector<std::complex<double>> Through(const TouchstoneData& data, const PortPairing& ports);
+    // H at each data frequency, into terminationOhms per leg (0: matched).
+    // Throws HostError(kBadFile) when the pairing names a port the network
+    // lacks, or the network has one port or three.
+    static std::vector<std::complex<double>> Through(const TouchstoneData& data, const PortPairing& ports,
+                                                     double terminationOhms = 0.0);
     // Step 2 and 3 on N/2 + 1 bins of width binHz.
     static std::vector<std::complex<double>> OnGrid(const std::vector<double>& frequencyHz,
                                                     const std::vector<std::complex<double>>& H, double binHz,

@@ -21,6 +21,7 @@
 #include "tools/EyeMetrics.h"
 #include "tools/EyePlot.h"
 #include "tools/HostError.h"
+#include "tools/IbsFile.h"
 #include "tools/JsonWriter.h"
 #include "tools/ModelRun.h"
 #include "tools/ParameterString.h"
@@ -75,7 +76,8 @@ std::string Fmt(const char* format, double v) {
     return buf;
 }
 
-Stimulus MakeStimulus(const HostOptions& o) {
+// terminationOhms: the receiver's input resistance per leg (0: matched).
+Stimulus MakeStimulus(const HostOptions& o, double terminationOhms) {
     if (o.iSamplesPerBit < 1) throw HostError(ExitCode::kBadParameter, "--samples-per-bit must be at least 1");
     if (!(o.dBitRate > 0.0) || !std::isfinite(o.dBitRate))
         throw HostError(ExitCode::kBadParameter, "--bit-rate must be positive");
@@ -115,7 +117,7 @@ Stimulus MakeStimulus(const HostOptions& o) {
     s.vPulse.assign(static_cast<size_t>(kPulseUI) * o.iSamplesPerBit + 1, 0.0);
     std::fill(s.vPulse.begin() + 1, s.vPulse.begin() + 1 + o.iSamplesPerBit, 1.0);
     if (o.bChannel && !o.sChannelFile.empty()) {
-        const TouchstoneChannel channel(o.sChannelFile, o.sPorts, s.dSampleInterval);
+        const TouchstoneChannel channel(o.sChannelFile, o.sPorts, s.dSampleInterval, terminationOhms);
         channel.Process(s.vWave);
         channel.Process(s.vImpulse);
         channel.Process(s.vPulse);
@@ -318,7 +320,18 @@ std::string Host::ChannelSummary(double bitRate) {
            Fmt("%.1f", channel.LossDb(bitRate / 2.0)) + " dB at Nyquist (" + Fmt("%g", bitRate / 2e9) + " GHz)";
 }
 
-int Host::Run(const HostOptions& o, std::ostream& out) {
+int Host::Run(HostOptions o, std::ostream& out) {
+    IbsReceiver rx;
+    if (!o.sIbsFile.empty()) {
+        rx = IbsFile::Find(o.sIbsFile, o.sComponent, o.sModelName);
+        if (o.sLibrary.empty()) o.sLibrary = rx.sLibrary;
+        if (o.sAmiFile.empty()) o.sAmiFile = rx.sAmiFile;
+        out << "ibis file  : " << o.sIbsFile << ": component " << rx.sComponent << ", model " << rx.sModel
+            << ", executable for " << rx.sPlatform << "; termination "
+            << (rx.dTerminationOhms > 0.0 ? Fmt("%g", rx.dTerminationOhms) + " ohm per leg (" + rx.sTermination + ")"
+                                          : std::string("not given (matched)"))
+            << "\n";
+    }
     const AmiLibrary lib(o.sLibrary);
     const AmiFile ami = AmiFile::Load(o.sAmiFile);
     ParameterString base(ami);
@@ -342,7 +355,7 @@ int Host::Run(const HostOptions& o, std::ostream& out) {
                                                      " (the ignored bits plus " + std::to_string(2 * kMaxLatencyUI) +
                                                      " for the latency search)");
 
-    const Stimulus stim = MakeStimulus(o);
+    const Stimulus stim = MakeStimulus(o, rx.dTerminationOhms);
     const RateMatchResult rate = RateMatch::Apply(base, ami, o.vSets, stim.dSampleInterval, stim.iSamplesPerBit);
 
     // One parameter string per run: the swept values, or just the base.
@@ -580,6 +593,10 @@ int Host::Run(const HostOptions& o, std::ostream& out) {
     nlohmann::ordered_json doc = nlohmann::ordered_json::parse(j.Text());
     doc["rate_match"] = RateJson(rate);
     if (statEyeDone) doc["stat_eye"] = StatEyeReport::Json(statEye, statSettings);
+    if (!o.sIbsFile.empty())
+        doc["ibis"] = {{"file", o.sIbsFile},          {"component", rx.sComponent},
+                       {"model", rx.sModel},          {"platform", rx.sPlatform},
+                       {"termination_ohms", rx.dTerminationOhms}, {"termination_from", rx.sTermination}};
     WriteText(path("summary.json"), doc.dump(2) + "\n");
 
     out << "wrote      :";

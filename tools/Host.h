@@ -12,8 +12,10 @@
 namespace amihost {
 
 struct HostOptions {
-    std::string sLibrary;               // model library (.so)
-    std::string sAmiFile;               // its .ami file
+    std::string sLibrary;               // model library (.so); "" to take it from sIbsFile
+    std::string sAmiFile;               // its .ami file; likewise
+    std::string sIbsFile;               // IBIS file naming both, and the termination
+    std::string sComponent, sModelName; // its component and model ("" when there is only one)
     std::vector<std::string> vSets;     // NAME=VALUE overrides, in order
 
     std::string sInput;                 // waveform file; empty: built-in PRBS
@@ -48,7 +50,7 @@ public:
     // Runs everything, reporting on out; returns the exit code (0, or
     // kInitFailed / kGetWaveFailed after reporting what the model said).
     // Throws HostError for every failure found before or around the model.
-    static int Run(const HostOptions& options, std::ostream& out);
+    static int Run(HostOptions options, std::ostream& out);
 
     // One line describing the built-in channel and its loss at the Nyquist
     // frequency of a bit rate.

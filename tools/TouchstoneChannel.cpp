@@ -10,14 +10,15 @@
 
 namespace amihost {
 
-TouchstoneChannel::TouchstoneChannel(const std::string& path, const std::string& ports, double sampleInterval)
+TouchstoneChannel::TouchstoneChannel(const std::string& path, const std::string& ports, double sampleInterval,
+                                     double terminationOhms)
     : m_sPath(path) {
     const PortPairing pairing = ChannelResponse::ParsePorts(ports);
     const TouchstoneData data = Touchstone::Load(path);
     m_iPorts = data.nPorts;
     if (m_iPorts != 2) m_sPorts = ports;
     m_vFrequencyHz = data.vFrequencyHz;
-    m_vH = ChannelResponse::Through(data, pairing);
+    m_vH = ChannelResponse::Through(data, pairing, terminationOhms);
     m_vImpulse = ChannelResponse::Impulse(m_vFrequencyHz, m_vH, sampleInterval, m_nPrecursors);
     for (double v : m_vImpulse) m_dDcGain += v;
 }

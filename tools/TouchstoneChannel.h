@@ -13,8 +13,11 @@ namespace amihost {
 
 class TouchstoneChannel {
 public:
-    // Throws HostError(kBadFile) for the file, kBadParameter for the pairing.
-    TouchstoneChannel(const std::string& path, const std::string& ports, double sampleInterval);
+    // terminationOhms: the receiver's input resistance per leg, 0 for a
+    // matched one. Throws HostError(kBadFile) for the file, kBadParameter
+    // for the pairing.
+    TouchstoneChannel(const std::string& path, const std::string& ports, double sampleInterval,
+                      double terminationOhms = 0.0);
 
     // y = h * x in place, settled at the first sample's value (as if that
     // value had been applied forever), like Channel::Process.

@@ -6,6 +6,7 @@
 
 #include <cstdio>
 #include <iostream>
+#include <string>
 
 #include "tools/Channel.h"
 #include "tools/Host.h"
@@ -21,8 +22,15 @@ int main(int argc, char** argv) {
         "waveform file or a built-in PRBS pattern sent through a built-in lossy channel."};
     app.get_formatter()->column_width(34);
 
-    app.add_option("-l,--lib", o.sLibrary, "IBIS-AMI receiver library (.so)")->required();
-    app.add_option("-a,--ami", o.sAmiFile, "the model's .ami parameter file")->required();
+    // With --ibs the IBIS file names the library and the .ami.
+    bool fromIbs = false;
+    for (int i = 1; i < argc; ++i) fromIbs = fromIbs || std::string(argv[i]).rfind("--ibs", 0) == 0;
+    app.add_option("-l,--lib", o.sLibrary, "IBIS-AMI receiver library (.so)")->required(!fromIbs);
+    app.add_option("-a,--ami", o.sAmiFile, "the model's .ami parameter file")->required(!fromIbs);
+    app.add_option("--ibs", o.sIbsFile,
+                   "IBIS file: library and .ami from its [Algorithmic Model] (Linux x86-64), termination from the model");
+    app.add_option("--component", o.sComponent, "component of the IBIS file (when it has several)");
+    app.add_option("--model", o.sModelName, "model of the IBIS file (when the component uses several)");
     app.add_option("-s,--set", o.vSets, "override a parameter: NAME=VALUE (repeatable)")->type_name("NAME=VALUE");
 
     app.add_option("-i,--input", o.sInput,

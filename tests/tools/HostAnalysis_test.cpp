@@ -37,6 +37,7 @@ TEST(HostAnalysis, MisuseGetsItsExitCodeAndMessage) {
     std::ofstream(kDir + "/w.txt") << "0\n1\n";
     const struct { std::vector<std::string> args; int code; std::string err; } cases[] = {
         {{"--channel", "none.s4p"}, 5, "amihost: bad file: cannot read Touchstone file none.s4p\n"},
+        {{"--ibs", "none.ibs"}, 5, "amihost: bad file: cannot read IBIS file none.ibs\n"},
         {{"--channel", "bad.s2p"}, 5, "amihost: bad file: bad.s2p:2: incomplete data: the last frequency point has 4 of 9 numbers\n"},
         {{"--channel", "bad.s2p", "--ports", "1-2"}, 6, "amihost: bad parameter: --ports 1-2 is not a pairing such as 13-24, 12-34 or 1,3-2,4\n"},
         {{"--stat-eye", "--input", "w.txt"}, 6,
@@ -95,4 +96,15 @@ TEST(HostAnalysis, RateDatasheetAndStatisticalEyeOfTheKit) {
     EXPECT_GT(rows[15]["peaking_db"].get<double>(), 15.0);
     std::ifstream png(kDir + "/sheet/datasheet.png");
     EXPECT_TRUE(png.good());
+
+    // The library and .ami from an IBIS file; its termination reaches the
+    // summary.
+    std::ofstream(kDir + "/rx.ibs") << "[IBIS Ver] 7.0\n[Component] RX\n[Pin] signal_name model_name\n1 P M\n"
+                                       "[Model] M\nModel_type Input\n[Rgnd] 60\n[Algorithmic Model]\n"
+                                       "Executable Linux_gcc12_64 " KV2_RX_SO_PATH " " KIT_AMI_PATH "\n"
+                                       "[End Algorithmic Model]\n[End]\n";
+    const std::string ibs = "cd '" + kDir + "' && '" AMIHOST_PATH "' --ibs rx.ibs --bits 600 --no-progress -o ibs > /dev/null";
+    ASSERT_EQ(std::system(ibs.c_str()), 0);
+    EXPECT_EQ(Summary("ibs")["ibis"]["termination_ohms"], 60.0);
+    EXPECT_EQ(Summary("ibs")["library"], KV2_RX_SO_PATH);
 }

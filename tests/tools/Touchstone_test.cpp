@@ -86,6 +86,12 @@ TEST(Touchstone, ClosedFormChannelsGiveTheirAnalyticStepResponses) {
     // lines 1->2 and 3->4.
     const std::vector<double> none = Step(TouchstoneChannel(pair, "12-34", kT), 1000);
     EXPECT_NEAR(none[999], 0.0, 1e-9);
+
+    // A 100 ohm receiver on a 50 ohm line reflects 1/3: the voltage it sees
+    // is H (1 + 1/3) / (1 - S22 / 3); S22 = 0.2 here.
+    EXPECT_NEAR(Step(TouchstoneChannel(wire, "12-34", kT, 100.0), 1000)[999], 4.0 / 3.0, 1e-3);
+    const TouchstoneData mismatched = amihost::Touchstone::Parse("# GHz S RI\n1 0 0 0.5 0 0.5 0 0.2 0\n", "f", 2);
+    EXPECT_NEAR(std::abs(amihost::ChannelResponse::Through(mismatched, {}, 100.0)[0] - C(0.5 * (4.0 / 3) / (1 - 0.2 / 3))), 0.0, 1e-12);
 }
 
 TEST(Touchstone, EveryFormatUnitAndVersionReadsTheSameNetwork) {
