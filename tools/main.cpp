@@ -19,7 +19,7 @@ int main(int argc, char** argv) {
     CLI::App app{
         "amihost: runs an IBIS-AMI receiver model the way a channel simulator does.\n"
         "The parameter string comes from the .ami file's defaults, changed with --set. The input is a\n"
-        "waveform file or a built-in PRBS pattern sent through a built-in lossy channel."};
+        "waveform file or a built-in PRBS pattern sent through a built-in lossy channel or a Touchstone file."};
     app.get_formatter()->column_width(34);
 
     // With --ibs the IBIS file names the library and the .ami.
@@ -28,7 +28,7 @@ int main(int argc, char** argv) {
     app.add_option("-l,--lib", o.sLibrary, "IBIS-AMI receiver library (.so)")->required(!fromIbs);
     app.add_option("-a,--ami", o.sAmiFile, "the model's .ami parameter file")->required(!fromIbs);
     app.add_option("--ibs", o.sIbsFile,
-                   "IBIS file: library and .ami from its [Algorithmic Model] (Linux x86-64), termination from the model");
+                   "IBIS file naming the library, the .ami and the termination");
     app.add_option("--component", o.sComponent, "component of the IBIS file (when it has several)");
     app.add_option("--model", o.sModelName, "model of the IBIS file (when the component uses several)");
     app.add_option("-s,--set", o.vSets, "override a parameter: NAME=VALUE (repeatable)")->type_name("NAME=VALUE");
@@ -45,7 +45,7 @@ int main(int argc, char** argv) {
     app.add_option("--amplitude", o.dAmplitude, "NRZ levels are +/- this many volts")->capture_default_str();
     bool noChannel = false;
     app.add_flag("--no-channel", noChannel, "send the PRBS straight to the model");
-    app.add_option("--channel", o.sChannelFile, "Touchstone channel (.s2p, .s4p, ...) instead of the built-in one");
+    app.add_option("--channel", o.sChannelFile, "Touchstone channel (.s2p, .s4p, ...) instead");
     app.add_option("--ports", o.sPorts, "differential pairing of a 4-port: 13-24 or 12-34")->capture_default_str();
 
     app.add_option("--block", o.nBlock, "samples per AMI_GetWave call")->capture_default_str();
@@ -58,11 +58,11 @@ int main(int argc, char** argv) {
     app.add_option("-j,--jobs", o.nJobs, "sweep threads (default: one per core)");
 
     app.add_flag("--stat-eye", o.bStatEye,
-                 "statistical eye, bathtub and BER contours of the single or best setting (stat_eye.png)");
+                 "statistical eye, bathtub and BER contours of the (best) setting");
     app.add_option("--noise", o.dNoiseRms, "Rx noise for --stat-eye, V rms")->capture_default_str();
     app.add_option("--rj", o.dRjRms, "Rx random jitter for --stat-eye, s rms")->capture_default_str();
     app.add_flag("--datasheet", o.bDatasheet,
-                 "measure DC gain, peaking and delay of every --sweep-param setting (step through AMI_GetWave)");
+                 "DC gain, peaking and delay of every --sweep-param setting");
 
     app.add_option("-o,--out", o.sOutDir, "folder for the results")->capture_default_str();
     bool noProgress = false;
@@ -89,6 +89,8 @@ int main(int argc, char** argv) {
         "\nOutputs in --out: summary.json always; a single run writes waveform.csv and eye.png, --sweep-eq\n"
         "writes the eye diagrams of the first and the best setting (eye_EQ0.png, eye_EQ<best>.png) and the\n"
         "best setting's waveform. Eye height is in volts, eye width in UI, both at the best sampling phase.\n"
+        "--stat-eye adds stat_eye.png (density, contours at BER 1e-6, 1e-9, 1e-12, bathtub) and its figures\n"
+        "in summary.json; --datasheet writes the table, datasheet.png and summary.json only.\n"
         "\nExit codes: 0 success, 2 bad command line, 3 missing library, 4 missing symbols, 5 bad file,\n"
         "6 bad parameter, 7 AMI_Init failed, 8 AMI_GetWave failed, 9 cannot write output.\n"
         "\nExample: amihost --lib build/KV2_RX_x64.so --ami kit/KV2_RX.ami --prbs 15 --bit-rate 15.625e9 \\\n"

@@ -18,8 +18,8 @@ struct Result { int code; std::string out, err; };
 
 const std::string kDir = ::testing::TempDir() + "amihost_analysis";
 
-Result Amihost(std::vector<std::string> args) {
-    args.insert(args.begin(), {"--lib", KV2_RX_SO_PATH, "--ami", KIT_AMI_PATH, "--no-progress"});
+Result Amihost(std::vector<std::string> args, const std::string& ami = KIT_AMI_PATH) {
+    args.insert(args.begin(), {"--lib", KV2_RX_SO_PATH, "--ami", ami, "--no-progress"});
     std::string cmd = "mkdir -p '" + kDir + "' && cd '" + kDir + "' && '" AMIHOST_PATH "'";
     for (const std::string& a : args) cmd += " '" + a + "'";
     const int status = std::system((cmd + " > out.txt 2> err.txt").c_str());
@@ -54,6 +54,18 @@ TEST(HostAnalysis, MisuseGetsItsExitCodeAndMessage) {
         EXPECT_EQ(r.code, c.code) << c.args[0] << "\n" << r.err;
         EXPECT_EQ(r.err, c.err);
     }
+    // A setting the model itself refuses stops the datasheet with AMI_Init's word.
+    std::ostringstream kit;
+    kit << std::ifstream(KIT_AMI_PATH).rdbuf();
+    std::string wide = kit.str();
+    wide.replace(wide.find("(Range 100 16 100000)"), 21, "(Range 100 1 100000)");
+    std::ofstream(kDir + "/wide.ami") << wide;
+    const Result r = Amihost({"--datasheet", "--set", "SamplesPerBit=15"}, kDir + "/wide.ami");
+    EXPECT_EQ(r.code, 7);
+    EXPECT_EQ(r.err.substr(r.err.find("amihost:")),
+              "amihost: AMI_Init failed: AMI_Init failed on the step-response run of (KV2_RX (SampleRate 1e12) (EQ 0) "
+              "(SamplesPerBit 15) (Corner \"Typ\")) (message: \"Error occurred in KV2_RX::Setup(). \")\n");
+    EXPECT_NE(r.out.find("WARNING: SamplesPerBit is 15 but the waveform has 100 samples per bit"), std::string::npos);
 }
 
 TEST(HostAnalysis, RateDatasheetAndStatisticalEyeOfTheKit) {
