@@ -94,7 +94,7 @@ int main(int argc, char** argv) {
         "\nExit codes: 0 success, 2 bad command line, 3 missing library, 4 missing symbols, 5 bad file,\n"
         "6 bad parameter, 7 AMI_Init failed, 8 AMI_GetWave failed, 9 cannot write output.\n"
         "\nExample: amihost --lib build/KV2_RX_x64.so --ami kit/KV2_RX.ami --prbs 15 --bit-rate 15.625e9 \\\n"
-        "           --samples-per-bit 64 --set SamplesPerBit=64 --sweep-eq");
+        "           --samples-per-bit 64 --sweep-eq --stat-eye");
 
     try {
         app.parse(argc, argv);
