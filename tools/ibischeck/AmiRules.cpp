@@ -111,7 +111,7 @@ bool AmiRules::Check(const std::string& text) {
     m_sText = text;
     // Balance and the single root, with line numbers, before the parser
     // (which knows no lines) sees the text.
-    int depth = 0, line = 1, roots = 0, openLine = 0;
+    int depth = 0, line = 1, roots = 0, openLine = 0, quoteLine = 0;
     bool quoted = false;
     for (size_t i = 0; i < text.size(); ++i) {
         const char c = text[i];
@@ -120,8 +120,10 @@ bool AmiRules::Check(const std::string& text) {
             quoted = c != '"';
             continue;
         }
-        if (c == '"') quoted = true;
-        else if (c == '|') {
+        if (c == '"') {
+            quoted = true;
+            quoteLine = line;
+        } else if (c == '|') {
             while (i + 1 < text.size() && text[i + 1] != '\n') ++i;
         } else if (c == '(') {
             if (depth == 0 && ++roots == 2) Error(line, "a second top-level group; the file must hold one root");
@@ -137,7 +139,8 @@ bool AmiRules::Check(const std::string& text) {
         }
     }
     if (depth > 0 || quoted) {
-        Error(openLine, quoted ? "a double quote is never closed" : "the group opened here is never closed");
+        if (quoted) Error(quoteLine, "a double quote is never closed");
+        else Error(openLine, "the group opened here is never closed");
         return false;
     }
     if (roots != 1) {
@@ -237,10 +240,11 @@ void AmiRules::CheckParameter(const void* branch, const std::string& path, bool 
     const std::string format = formats[0];
     const std::vector<std::string> values = leaf[format];
     for (const std::string& v : values)
-        if (format != "Table" && !ReadsAs(type, v)) Error(line, p + ": " + format + " value " + v + " is not a " + type);
+        if (format != "Table" && !ReadsAs(type, v))
+            Error(line, p + ": " + (format == "Value" ? "Value " : format + " value ") + v + " is not of Type " + type);
     const std::string deflt = hasDefault && !leaf["Default"].empty() ? leaf["Default"][0] : "";
     if (hasDefault && leaf["Default"].size() != 1) Error(line, p + ": Default takes one value");
-    else if (hasDefault && !ReadsAs(type, deflt)) Error(line, p + ": Default " + deflt + " is not a " + type);
+    else if (hasDefault && !ReadsAs(type, deflt)) Error(line, p + ": Default " + deflt + " is not of Type " + type);
 
     static const std::map<std::string, size_t> kCounts = {{"Range", 3}, {"Corner", 3}, {"Increment", 4}, {"Steps", 4}};
     if (kCounts.count(format) != 0) {

@@ -65,11 +65,11 @@ int Exercise(int fd, const std::string& library, std::string parameters, bool ge
     const long ok = init(impulse.data(), rows, 0, dt, bitTime, text.data(), &out, &handle, &msg);
     const std::string message = msg != nullptr ? msg : "";
     if (ok != 1) {
-        Say(fd, 'E', "AMI_Init returned " + std::to_string(ok) + " with the .ami defaults" +
+        Say(fd, 'E', "returns " + std::to_string(ok) + " from AMI_Init with the .ami defaults" +
                          (message.empty() ? std::string() : ": " + message));
         return 1;
     }
-    if (!message.empty()) Say(fd, 'N', "AMI_Init says: " + message);
+    if (!message.empty()) Say(fd, 'N', "says in AMI_Init: " + message);
     bool clean = true;
     if (getWaveExists && getWave != nullptr) {
         std::vector<double> wave(rows, 1.0);
@@ -77,12 +77,14 @@ int Exercise(int fd, const std::string& library, std::string parameters, bool ge
         Say(fd, 'S', "AMI_GetWave");
         const long waved = getWave(wave.data(), rows, clocks.data(), &out, handle);
         clean = waved == 1 && ExecutableCheck::Settles(wave);
-        if (waved != 1) Say(fd, 'E', "AMI_GetWave returned " + std::to_string(waved) + " on a step");
-        else if (!clean) Say(fd, 'E', "the step response through AMI_GetWave does not settle within 32768 samples");
+        if (waved != 1) Say(fd, 'E', "returns " + std::to_string(waved) + " from AMI_GetWave on a step");
+        else if (!clean)
+            Say(fd, 'E', "does not settle: its step response through AMI_GetWave still moves in the last eighth "
+                         "of 32768 samples");
     }
     Say(fd, 'S', "AMI_Close");
     const long closed = close(handle);
-    if (closed != 1) Say(fd, 'E', "AMI_Close returned " + std::to_string(closed));
+    if (closed != 1) Say(fd, 'E', "returns " + std::to_string(closed) + " from AMI_Close");
     Say(fd, 'S', "done");
     if (clean && closed == 1)
         Say(fd, 'N', getWaveExists ? "loads; AMI_Init, AMI_GetWave (the step settles) and AMI_Close succeed"

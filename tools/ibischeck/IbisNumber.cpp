@@ -34,11 +34,10 @@ std::optional<double> IbisNumber::Parse(const std::string& token) {
     if (!isdigit(static_cast<unsigned char>(*digits)) &&
         !(*digits == '.' && isdigit(static_cast<unsigned char>(digits[1]))))
         return std::nullopt;
-    for (const char* p = digits; *p != '\0' && !isalpha(static_cast<unsigned char>(*p)); ++p)
-        if (*p == 'x' || *p == 'X') return std::nullopt;
     char* end = nullptr;
     double value = strtod(s, &end);
-    if (end == s) return std::nullopt;
+    for (const char* p = digits; p < end; ++p)
+        if (!isdigit(static_cast<unsigned char>(*p)) && strchr(".eE+-", *p) == nullptr) return std::nullopt;
     if (*end != '\0' && Scale(*end) != 0) value *= Scale(*end++);
     for (; *end != '\0'; ++end)
         if (!isalpha(static_cast<unsigned char>(*end))) return std::nullopt;
