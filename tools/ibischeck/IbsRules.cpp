@@ -238,8 +238,8 @@ void IbsRules::CheckPackage(const IbisSection& s) {
     std::set<std::string> found;
     for (const IbisLine& l : s.vBody) {
         const std::vector<std::string> t = IbisLexer::SplitAssignment(l.sText);
-        const std::string key = Lower(t[0]);
-        if (key == "variable") continue;
+        const std::string key = t.empty() ? "" : Lower(t[0]);
+        if (key == "variable" || t.empty()) continue;
         if (key != "r_pkg" && key != "l_pkg" && key != "c_pkg") {
             Error(l.nLine, "[Package] does not take " + t[0]);
             continue;
@@ -324,7 +324,10 @@ void IbsRules::CheckModel(const Block& b) {
     const std::string name = m.sArgs;
     CheckName("[Model]", name, 40, m.nLine);
     std::map<std::string, const IbisLine*> params;
-    for (const IbisLine& l : m.vBody) params[Lower(IbisLexer::SplitAssignment(l.sText)[0])] = &l;
+    for (const IbisLine& l : m.vBody) {
+        const std::vector<std::string> t = IbisLexer::SplitAssignment(l.sText);
+        if (!t.empty()) params[Lower(t[0])] = &l;
+    }
     std::string type;
     if (params.count("model_type") == 0) {
         Error(m.nLine, "model " + name + " has no Model_type");
@@ -416,8 +419,8 @@ void IbsRules::CheckRamp(const Block& b) {
     std::set<std::string> found;
     for (const IbisLine& l : s.vBody) {
         const std::vector<std::string> t = IbisLexer::SplitAssignment(l.sText);
-        const std::string key = Lower(t[0]);
-        if (key == "variable") continue;
+        const std::string key = t.empty() ? "" : Lower(t[0]);
+        if (key == "variable" || t.empty()) continue;
         if (key == "r_load") {
             if (t.size() != 2 || !IbisNumber::Parse(t[1])) Error(l.nLine, "[Ramp] R_load must be one number");
             continue;
@@ -445,6 +448,7 @@ void IbsRules::CheckWaveform(const IbisSection& s, const IbisSection* ramp) {
     std::vector<std::pair<double, double>> wave;  // time (s), V(typ)
     for (const IbisLine& l : s.vBody) {
         const std::vector<std::string> t = IbisLexer::SplitAssignment(l.sText);
+        if (t.empty()) continue;
         if (!IbisNumber::Parse(t[0])) {
             const std::string key = Lower(t[0]);
             if (key == "time") continue;
@@ -476,7 +480,7 @@ void IbsRules::CheckWaveform(const IbisSection& s, const IbisSection* ramp) {
     std::optional<double> rampSlope;
     for (const IbisLine& l : ramp->vBody) {
         const std::vector<std::string> t = IbisLexer::SplitAssignment(l.sText);
-        const std::string key = Lower(t[0]);
+        const std::string key = t.empty() ? "" : Lower(t[0]);
         if (key == "r_load" && t.size() == 2 && IbisNumber::Parse(t[1])) rLoad = *IbisNumber::Parse(t[1]);
         if (key == (rising ? "dv/dt_r" : "dv/dt_f") && t.size() > 1) rampSlope = Slope(t[1]);
     }
