@@ -30,14 +30,16 @@ const std::set<std::string> kKnown = {
     "pin domain emi", "alternate package models", "end alternate package models", "bus label",
     "end bus label", "die supply pads", "end die supply pads", "interconnect model set",
     "end interconnect model set", "interconnect model", "end interconnect model",
-    "interconnect model group", "end interconnect model group", "model spec", "receiver thresholds",
+    "interconnect model group", "end interconnect model group", IbisLexer::Canonical("Model_Spec"),
+    "receiver thresholds",
     "add submodel", "driver schedule", "temperature range", "voltage range", "pullup reference",
     "pulldown reference", "power clamp reference", "gnd clamp reference", "external reference",
     "ttgnd", "ttpower", "pulldown", "pullup", "gnd clamp", "power clamp", "isso pu", "isso pd", "rgnd",
     "rpower", "rac", "cac", "on", "off", "r series", "l series", "rl series", "c series", "lc series",
     "rc series", "series current", "series mosfet", "ramp", "rising waveform", "falling waveform",
     "composite current", "external model", "end external model", "algorithmic model",
-    "end algorithmic model", "c comp corner", "begin emi model", "end emi model", "submodel spec",
+    "end algorithmic model", "c comp corner", "begin emi model", "end emi model",
+    IbisLexer::Canonical("Submodel_Spec"),
     "gnd pulse table", "power pulse table", "end external circuit", "end package model", "oem",
     "description", "number of sections", "number of pins", "pin numbers", "merged pins", "model data",
     "end model data", "resistance matrix", "inductance matrix", "capacitance matrix", "bandwidth", "row",
@@ -351,12 +353,12 @@ void IbsRules::CheckModel(const Block& b) {
             Error(l.nLine, "C_comp must satisfy min <= typ <= max");
     }
     if (kInputTypes.count(type) != 0) {
-        const IbisSection* spec = b.Find("model spec");
+        const IbisSection* limits = b.Find(IbisLexer::Canonical("Model_Spec"));
         const bool thresholds = b.Find("receiver thresholds") != nullptr;
         for (const char* v : {"vinl", "vinh"}) {
             bool inSpec = false;
-            if (spec != nullptr)
-                for (const IbisLine& l : spec->vBody) inSpec = inSpec || Lower(l.vTokens[0]) == v;
+            if (limits != nullptr)
+                for (const IbisLine& l : limits->vBody) inSpec = inSpec || Lower(l.vTokens[0]) == v;
             if (params.count(v) == 0 && !inSpec && !thresholds)
                 Warning(m.nLine, "input model " + name + " has no " + (v[3] == 'l' ? "Vinl" : "Vinh") +
                                      "; the IBIS default applies");
