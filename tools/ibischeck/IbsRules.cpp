@@ -148,17 +148,18 @@ void IbsRules::Check(const std::vector<IbisSection>& sections) {
     // Names first: a [Pin] may name a model defined further down.
     for (const Block& b : blocks) {
         const std::string& k = b.pOpener->sKeyword;
-        if (k != "model" && k != "model selector") continue;
+        if (k != "model" && k != "model selector" && k != "submodel") continue;
         const std::string name = b.pOpener->sArgs;
         if (name.empty()) {
             Error(b.pOpener->nLine, "[" + b.pOpener->sWritten + "] has no name");
             continue;
         }
-        if (m_mModels.count(Lower(name)) != 0)
-            Error(b.pOpener->nLine, "model " + name + " is defined twice (first on line " +
-                                        std::to_string(m_mModels[Lower(name)]) + ")");
+        std::map<std::string, int>& names = k == "submodel" ? m_mSubmodels : m_mModels;
+        if (names.count(Lower(name)) != 0)
+            Error(b.pOpener->nLine, (k == "submodel" ? "submodel " : "model ") + name +
+                                        " is defined twice (first on line " + std::to_string(names[Lower(name)]) + ")");
         else
-            m_mModels[Lower(name)] = b.pOpener->nLine;
+            names[Lower(name)] = b.pOpener->nLine;
     }
 
     int components = 0, packages = 0, boards = 0;
@@ -168,6 +169,7 @@ void IbsRules::Check(const std::vector<IbisSection>& sections) {
         if (k == "component") ++components, CheckComponent(b);
         else if (k == "model selector") CheckModelSelector(b);
         else if (k == "model") CheckModel(b);
+        else if (k == "submodel") CheckSubmodel(b);
         else if (k == "define package model") ++packages, CheckPackageModel(b);
         else if (k == "begin board description") ++boards, CheckBoard(b);
         else if (k == "end" && (i + 1 < blocks.size() || !b.vMembers.empty()))
@@ -378,8 +380,66 @@ void IbsRules::CheckModel(const Block& b) {
     if (ramp != nullptr) CheckRamp(b);
     for (const IbisSection* s : b.vMembers)
         if (s->sKeyword == "rising waveform" || s->sKeyword == "falling waveform") CheckWaveform(*s, ramp);
-    for (size_t i = 0; i < b.vMembers.size(); ++i)
-        if (b.vMembers[i]->sKeyword == "algorithmic model") CheckAlgorithmicModel(b, i);
+    for (size_t i = 0; i < b.vMembers.size(); ++i) {
+        const std::string& k = b.vMembers[i]->sKeyword;
+        if (k == "algorithmic model") CheckAlgorithmicModel(b, i);
+        else if (k == "external model") CheckExternalModel(b, i);
+        else if (k == "add submodel") CheckAddSubmodel(*b.vMembers[i]);
+    }
+}
+
+bool IbsRules::Closed(const Block& b, size_t at, const std::string& end) const {
+    for (size_t i = at + 1; i < b.vMembers.size(); ++i)
+        if (b.vMembers[i]->sKeyword == end) return true;
+    return false;
+}
+
+void IbsRules::CheckExternalModel(const Block& b, size_t at) {
+    const IbisSection& s = *b.vMembers[at];
+    if (!Closed(b, at, "end external model")) Error(s.nLine, "[External Model] has no [End External Model]");
+    static const std::set<std::string> kLanguages = {"SPICE", "VHDL-AMS", "Verilog-AMS", "IBIS-ISS", "Touchstone"};
+    bool language = false, typ = false;
+    for (const IbisLine& l : s.vBody) {
+        const std::vector<std::string>& t = l.vTokens;
+        const std::string key = Lower(t[0]);
+        if (key == "language") {
+            language = true;
+            if (t.size() != 2 || kLanguages.count(t[1]) == 0)
+                Error(l.nLine, "[External Model] Language " + (t.size() > 1 ? t[1] : std::string()) +
+                                   " is not SPICE, VHDL-AMS, Verilog-AMS, IBIS-ISS or Touchstone");
+        } else if (key == "corner" && t.size() >= 3) {
+            typ = typ || Lower(t[1]) == "typ";
+            if (!FileExists(m_sFolder + "/" + t[2]))
+                Error(l.nLine, "[External Model] file " + t[2] + " not found next to the IBIS file");
+        }
+    }
+    if (!language) Error(s.nLine, "[External Model] has no Language");
+    if (!typ) Error(s.nLine, "[External Model] has no Corner Typ");
+}
+
+void IbsRules::CheckAddSubmodel(const IbisSection& s) {
+    for (const IbisLine& l : s.vBody) {
+        const std::vector<std::string>& t = l.vTokens;
+        if (m_mSubmodels.count(Lower(t[0])) == 0)
+            Error(l.nLine, "[Add Submodel] names submodel " + t[0] + ", which is not defined");
+        const std::string mode = t.size() > 1 ? t[1] : "";
+        if (t.size() != 2 || (mode != "Driving" && mode != "Non-Driving" && mode != "All"))
+            Error(l.nLine, "[Add Submodel] mode " + mode + " is not Driving, Non-Driving or All");
+    }
+}
+
+void IbsRules::CheckSubmodel(const Block& b) {
+    const IbisSection& s = *b.pOpener;
+    CheckName("[Submodel]", s.sArgs, 40, s.nLine);
+    for (const IbisLine& l : s.vBody) {
+        const std::vector<std::string> t = IbisLexer::SplitAssignment(l.sText);
+        if (t.empty() || Lower(t[0]) != "submodel_type") continue;
+        const std::string type = t.size() > 1 ? t[1] : "";
+        if (t.size() != 2 || (type != "Dynamic_clamp" && type != "Bus_hold" && type != "Fall_back"))
+            Error(l.nLine, "Submodel_type " + type + " is not Dynamic_clamp, Bus_hold or Fall_back");
+        return;
+    }
+    Error(s.nLine, "[Submodel] " + s.sArgs + " has no Submodel_type");
 }
 
 void IbsRules::CheckIvTable(const IbisSection& s, double vcc) {
@@ -499,10 +559,7 @@ void IbsRules::CheckWaveform(const IbisSection& s, const IbisSection* ramp) {
 
 void IbsRules::CheckAlgorithmicModel(const Block& b, size_t at) {
     const IbisSection& s = *b.vMembers[at];
-    bool closed = false;
-    for (size_t i = at + 1; i < b.vMembers.size() && !closed; ++i)
-        closed = b.vMembers[i]->sKeyword == "end algorithmic model";
-    if (!closed) Error(s.nLine, "[Algorithmic Model] has no [End Algorithmic Model]");
+    if (!Closed(b, at, "end algorithmic model")) Error(s.nLine, "[Algorithmic Model] has no [End Algorithmic Model]");
     int executables = 0;
     for (const IbisLine& l : s.vBody) {
         const std::vector<std::string>& t = l.vTokens;

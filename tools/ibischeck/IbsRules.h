@@ -57,6 +57,11 @@ private:
     void CheckRamp(const Block& b);
     void CheckWaveform(const IbisSection& s, const IbisSection* ramp);
     void CheckAlgorithmicModel(const Block& b, size_t at);
+    void CheckExternalModel(const Block& b, size_t at);
+    void CheckAddSubmodel(const IbisSection& s);
+    void CheckSubmodel(const Block& b);
+    // The [End ...] keyword closing the section at `at`, if any follows it.
+    bool Closed(const Block& b, size_t at, const std::string& end) const;
     void CheckPackageModel(const Block& b);
     void CheckBoard(const Block& b);
     void CheckName(const std::string& what, const std::string& name, size_t limit, int line);
@@ -67,6 +72,7 @@ private:
     std::string m_sPath, m_sShown, m_sFolder, m_sExtension;
     Report& m_rReport;
     std::map<std::string, int> m_mModels;     // [Model] and [Model Selector] names, lower case
+    std::map<std::string, int> m_mSubmodels;  // [Submodel] names, lower case
     std::vector<ExecutableLine> m_vExecutables;
 };
 

@@ -59,6 +59,14 @@ V_fixture = 0
 0ns 0 NA NA
 1ns 1 NA NA
 2ns 2 NA NA
+[Add Submodel]
+HOLD All
+[External Model]
+Language SPICE
+Corner Typ x.sp ckt
+[End External Model]
+[Submodel] HOLD
+Submodel_type Bus_hold
 [End]
 )";
 
@@ -127,6 +135,7 @@ TEST(IbsRules, ValidFilesPassAndEachBrokenCopyGivesExactlyItsFinding) {
     TempDir dir;
     dir.Write("m.so", "library");
     dir.Write("m.ami", "(m)");
+    dir.Write("x.sp", "* circuit");
     for (auto [base, file] : {std::pair{kIbs, "t.ibs"}, {kPkg, "p.pkg"}, {kEbd, "b.ebd"}})
         EXPECT_EQ(Check(dir, file, base), std::vector<std::string>{}) << file;
 
@@ -141,7 +150,7 @@ TEST(IbsRules, ValidFilesPassAndEachBrokenCopyGivesExactlyItsFinding) {
         {kIbs, "t.ibs", "7.0", "9.9", "1: ERROR: [IBIS Ver] 9.9 is not a known IBIS version"},
         {kIbs, "t.ibs", "[File Rev] 1\n", "", "1: ERROR: [File Rev] is missing from the header"},
         {kIbs, "t.ibs", "ACME\n", "ACME\n[Date] today\n", "6: ERROR: [Date] belongs in the header, before [Component]"},
-        {kIbs, "t.ibs", "[End]\n", "", "43: ERROR: [End] is missing"},
+        {kIbs, "t.ibs", "[End]\n", "", "55: ERROR: [End] is missing"},
         {kIbs, "t.ibs", "[Component] CHIP", "[Component] " + std::string(41, 'C'),
          "4: ERROR: [Component] name " + std::string(41, 'C') + " is longer than 40 characters"},
         {kIbs, "t.ibs", "[Manufacturer] ACME\n", "", "4: ERROR: [Component] CHIP has no [Manufacturer]"},
@@ -171,6 +180,14 @@ TEST(IbsRules, ValidFilesPassAndEachBrokenCopyGivesExactlyItsFinding) {
         {kIbs, "t.ibs", "m.so", "n.so", "28: ERROR: Executable file n.so not found next to the IBIS file"},
         {kIbs, "t.ibs", "m.ami", "m.txt", "28: ERROR: Executable parameter file m.txt does not have the .ami extension"},
         {kIbs, "t.ibs", "[End Algorithmic Model]\n", "", "27: ERROR: [Algorithmic Model] has no [End Algorithmic Model]"},
+        {kIbs, "t.ibs", "HOLD All", "HOLD Some", "50: ERROR: [Add Submodel] mode Some is not Driving, Non-Driving or All"},
+        {kIbs, "t.ibs", "HOLD All", "HELD All", "50: ERROR: [Add Submodel] names submodel HELD, which is not defined"},
+        {kIbs, "t.ibs", "_type Bus_hold", "_type Hold",
+         "56: ERROR: Submodel_type Hold is not Dynamic_clamp, Bus_hold or Fall_back"},
+        {kIbs, "t.ibs", "[End External Model]\n", "", "51: ERROR: [External Model] has no [End External Model]"},
+        {kIbs, "t.ibs", "SPICE", "Basic",
+         "52: ERROR: [External Model] Language Basic is not SPICE, VHDL-AMS, Verilog-AMS, IBIS-ISS or Touchstone"},
+        {kIbs, "t.ibs", "x.sp", "y.sp", "53: ERROR: [External Model] file y.sp not found next to the IBIS file"},
         {kPkg, "p.pkg", "Pins] 2", "Pins] 3", "8: ERROR: [Number Of Pins] 3 does not match the 2 pins of [Pin Numbers]"},
         {kPkg, "p.pkg", "[OEM] ACME\n", "", "4: ERROR: [Define Package Model] PK has no [OEM]"},
         {kPkg, "p.pkg", "Full_matrix", "Dense_matrix",
