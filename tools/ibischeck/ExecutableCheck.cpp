@@ -21,7 +21,8 @@ namespace ibischeck {
 namespace {
 
 const unsigned char kElfClass32 = 1, kElfClass64 = 2;
-const unsigned kMachineX86_64 = 62;
+const unsigned kMachineX86_64 = 62, kMachineI386 = 3;
+const int kHostBits = static_cast<int>(8 * sizeof(void*));
 
 // The child's messages: one line each, "S <stage>" when a stage begins,
 // "E <message>" for a finding, "N <message>" for a remark.
@@ -116,12 +117,11 @@ std::string ExecutableCheck::ElfProblem(const std::string& path, int bits) {
     if (fileBits == 0) return "has an unknown ELF class";
     if (fileBits != bits)
         return "is a " + std::to_string(fileBits) + "-bit ELF file, but its platform says " + std::to_string(bits) + " bits";
-    if (fileBits != static_cast<int>(8 * sizeof(void*)))
-        return "is a " + std::to_string(fileBits) + "-bit ELF file; this machine loads only " +
-               std::to_string(8 * sizeof(void*)) + "-bit libraries";
-    // e_machine, little-endian, right after e_type.
+    // e_machine, in the byte order EI_DATA gives, right after e_type.
     const unsigned machine = h[5] == 1 ? (h[18] | h[19] << 8) : (h[18] << 8 | h[19]);
-    if (machine != kMachineX86_64) return "is built for ELF machine " + std::to_string(machine) + ", not x86-64";
+    const unsigned expected = fileBits == 64 ? kMachineX86_64 : kMachineI386;
+    if (machine != expected)
+        return "is built for ELF machine " + std::to_string(machine) + ", not " + (fileBits == 64 ? "x86-64" : "x86");
     return "";
 }
 
@@ -132,6 +132,11 @@ void ExecutableCheck::Run(const ExecutableLine& e, const std::string& parameters
     const std::string elf = ElfProblem(e.sLibrary, e.nBits);
     if (!elf.empty()) {
         report.Error(shown, e.nLine, name + " " + elf);
+        return;
+    }
+    if (e.nBits != kHostBits) {
+        report.Note(shown, e.nLine, name + " is a " + std::to_string(e.nBits) + "-bit library; this " +
+                                        std::to_string(kHostBits) + "-bit checker does not load it");
         return;
     }
     int fds[2];

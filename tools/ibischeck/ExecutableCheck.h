@@ -2,8 +2,9 @@
 // the way a simulator would use it, in a child process so that a library
 // that crashes or hangs cannot take the checker down.
 //
-// First the ELF header: its class must match the platform's bits and this
-// checker's, its machine x86-64. Then, in the child: dlopen, the exports
+// First the ELF header: its class must match the platform's bits, its
+// machine x86 of that width; a library of another width than this checker's
+// is left at that. Then, in the child: dlopen, the exports
 // (AMI_Init and AMI_Close always, AMI_GetWave when GetWave_Exists is True),
 // AMI_Init with the .ami defaults (must return 1), a unit step of 32768
 // samples through AMI_GetWave (must return 1 and settle), AMI_Close (must
@@ -29,8 +30,8 @@ public:
     static void Run(const ExecutableLine& e, const std::string& parameters, bool getWaveExists, int timeoutSeconds,
                     const std::string& shown, Report& report);
 
-    // "" when the ELF header fits the platform's bits and this machine;
-    // otherwise the reason.
+    // "" when the ELF header's class is the platform's bits and its machine
+    // x86 of that width; otherwise the reason.
     static std::string ElfProblem(const std::string& path, int bits);
 
     // True when every sample of the last eighth of y lies within 1 % of the

@@ -176,11 +176,9 @@ void IbsRules::Check(const std::vector<IbisSection>& sections) {
             Error(b.pOpener->nLine, "keywords follow [End]");
     }
     const int last = sections.empty() ? 0 : sections.back().nLine;
-    if (blocks.empty() || blocks.back().pOpener->sKeyword != "end") {
-        bool any = false;
-        for (const Block& b : blocks) any = any || b.pOpener->sKeyword == "end";
-        if (!any) Error(last, "[End] is missing");
-    }
+    bool end = false;
+    for (const Block& b : blocks) end = end || b.pOpener->sKeyword == "end";
+    if (!end) Error(last, "[End] is missing");
     if (m_sExtension == ".ibs" && components == 0) Error(last, "no [Component] in the file");
     if (m_sExtension == ".pkg" && packages == 0) Error(last, "no [Define Package Model] in the file");
     if (m_sExtension == ".ebd" && boards == 0) Error(last, "no [Begin Board Description] in the file");

@@ -66,7 +66,11 @@ TEST(ExecutableCheck, ElfHeaderMustMatchThePlatformAndThisMachine) {
     EXPECT_EQ(Exercise(p32), std::vector<std::string>{
                                  "7: ERROR: Executable c32.so is a 32-bit ELF file, but its platform says 64 bits"});
     EXPECT_EQ(Exercise(p32, 32), std::vector<std::string>{
-                                     "7: ERROR: Executable c32.so is a 32-bit ELF file; this machine loads only 64-bit libraries"});
+                                     "7: ERROR: Executable c32.so is built for ELF machine 62, not x86"});
+    class32[18] = 3;  // EM_386: a proper 32-bit x86 library, which this checker leaves unloaded
+    dir.Write("c32.so", class32);
+    EXPECT_EQ(Exercise(p32, 32), std::vector<std::string>{
+                                     "7: NOTE: Executable c32.so is a 32-bit library; this 64-bit checker does not load it"});
     EXPECT_EQ(Exercise(parm), std::vector<std::string>{"7: ERROR: Executable arm.so is built for ELF machine 183, not x86-64"});
     EXPECT_EQ(Exercise(text), std::vector<std::string>{"7: ERROR: Executable text.so is not an ELF shared library"});
 }
