@@ -183,6 +183,7 @@ void ExecutableCheck::Run(const ExecutableLine& e, const std::string& parameters
     waitpid(pid, &status, 0);
 
     std::string stage = "start";
+    bool complained = false;
     size_t pos = 0;
     while (pos < received.size()) {
         size_t end = received.find('\n', pos);
@@ -192,14 +193,20 @@ void ExecutableCheck::Run(const ExecutableLine& e, const std::string& parameters
         if (line.size() < 2) continue;
         const std::string text = line.substr(2);
         if (line[0] == 'S') stage = text;
-        else if (line[0] == 'E') report.Error(shown, e.nLine, name + " " + text);
-        else report.Note(shown, e.nLine, name + " " + text);
+        else if (line[0] == 'N') report.Note(shown, e.nLine, name + " " + text);
+        else {
+            complained = true;
+            report.Error(shown, e.nLine, name + " " + text);
+        }
     }
     if (timedOut)
         report.Error(shown, e.nLine, name + " did not finish " + stage + " within " + std::to_string(timeoutSeconds) + " s");
     else if (WIFSIGNALED(status))
         report.Error(shown, e.nLine, name + " crashed in " + stage + " (signal " + std::to_string(WTERMSIG(status)) + ", " +
                                          strsignal(WTERMSIG(status)) + ")");
+    else if (stage != "done" && !complained)
+        report.Error(shown, e.nLine, name + " ended the process in " + stage + " (exit status " +
+                                         std::to_string(WEXITSTATUS(status)) + ")");
 }
 
 }  // namespace ibischeck

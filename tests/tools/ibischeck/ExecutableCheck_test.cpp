@@ -33,7 +33,8 @@ TEST(ExecutableCheck, MisbehavingModelsAreReportedWithTheStageTheyFailedIn) {
     } cases[] = {
         {MODEL_good, {"NOTE: says in AMI_Init: first-order low-pass",
                       "NOTE: loads; AMI_Init, AMI_GetWave (the step settles) and AMI_Close succeed"}},
-        {MODEL_CRASH_IN_INIT, {"ERROR: crashed in AMI_Init (signal 11, Segmentation fault)"}},
+        {MODEL_CRASH_IN_INIT, {"ERROR: crashed in AMI_Init (signal 6, Aborted)"}},
+        {MODEL_EXIT_IN_INIT, {"ERROR: ended the process in AMI_Init (exit status 3)"}},
         {MODEL_NO_CLOSE, {"ERROR: does not export AMI_Close"}},
         {MODEL_INIT_FAILS, {"ERROR: returns 0 from AMI_Init with the .ami defaults: first-order low-pass"}},
         {MODEL_NO_SETTLING,

@@ -1,9 +1,10 @@
 // A tiny AMI model that misbehaves in one chosen way (compile definition):
-// MISBEHAVE_CRASH_IN_INIT, MISBEHAVE_NO_CLOSE, MISBEHAVE_INIT_FAILS,
+// MISBEHAVE_CRASH_IN_INIT, MISBEHAVE_EXIT_IN_INIT, MISBEHAVE_NO_CLOSE, MISBEHAVE_INIT_FAILS,
 // MISBEHAVE_NO_SETTLING, MISBEHAVE_HANG_IN_GETWAVE; none of them: a model
 // whose output is a first-order low-pass of its input, which settles.
-#include <csignal>
 #include <unistd.h>
+
+#include <cstdlib>
 
 extern "C" {
 
@@ -11,7 +12,10 @@ static char g_message[] = "first-order low-pass";
 
 long AMI_Init(double*, long, long, double, double, char*, char** out, void** handle, char** msg) {
 #ifdef MISBEHAVE_CRASH_IN_INIT
-    raise(SIGSEGV);
+    abort();  // rather than a fault, which sanitizer builds turn into an exit
+#endif
+#ifdef MISBEHAVE_EXIT_IN_INIT
+    exit(3);
 #endif
     *out = nullptr;
     *msg = g_message;
