@@ -222,10 +222,12 @@ void IbsRules::CheckComponent(const Block& b) {
     if (name.empty()) Error(c.nLine, "[Component] has no name");
     CheckName("[Component]", name, 40, c.nLine);
     if (b.Find("manufacturer") == nullptr) Error(c.nLine, "[Component] " + name + " has no [Manufacturer]");
+    // [Package] stays required with a [Package Model]: simulators without
+    // package-model support fall back to it.
     const IbisSection* package = b.Find("package");
-    if (package == nullptr && b.Find("package model") == nullptr)
+    if (package == nullptr)
         Error(c.nLine, "[Component] " + name + " has no [Package]");
-    else if (package != nullptr)
+    else
         CheckPackage(*package);
     std::map<std::string, int> pins;
     const IbisSection* pin = b.Find("pin");
