@@ -5,6 +5,9 @@
 
 #include <immintrin.h>
 
+#include <cstdint>
+#include <cstring>
+
 #include "blocks/FirGroups.h"
 
 namespace TesselModelBuilder {
@@ -63,15 +66,41 @@ __attribute__((target("avx512f"))) void FirAvx512(const double* taps, size_t T, 
     FirScalar(taps, T, x, out, i, n);
 }
 
-}  // namespace
+// Start of the trailing run of samples with the bits of the last one.
+size_t TrailingRun(const double* x, size_t total) {
+    uint64_t last;
+    std::memcpy(&last, &x[total - 1], sizeof last);
+    size_t r = total - 1;
+    while (r > 0) {
+        uint64_t bits;
+        std::memcpy(&bits, &x[r - 1], sizeof bits);
+        if (bits != last) break;
+        --r;
+    }
+    return r;
+}
 
-void FirBlock(SimdLevel level, const double* taps, size_t T, const double* x, double* out,
-              size_t n) {
+void FirDispatch(SimdLevel level, const double* taps, size_t T, const double* x, double* out,
+                 size_t n) {
     switch (level) {
         case SimdLevel::Avx512: FirAvx512(taps, T, x, out, n); break;
         case SimdLevel::Avx2: FirAvx2(taps, T, x, out, n); break;
         default: FirScalar(taps, T, x, out, 0, n); break;
     }
+}
+
+}  // namespace
+
+// Outputs whose whole window holds one repeated value (a settled tail, a run
+// of zeros) are the same sum over the same operands: the first of them is
+// computed, the others copy it.
+void FirBlock(SimdLevel level, const double* taps, size_t T, const double* x, double* out,
+              size_t n) {
+    if (n == 0) return;
+    const size_t run = TrailingRun(x, T - 1 + n);  // output i reads x[i .. i + T - 1]
+    const size_t computed = run < n ? run + 1 : n;
+    FirDispatch(level, taps, T, x, out, computed);
+    for (size_t i = computed; i < n; ++i) out[i] = out[run];
 }
 
 }  // namespace TesselModelBuilder

@@ -3,8 +3,10 @@
 #include "model/KV2_RX.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 
+#include "blocks/FirKernels.h"
 #include "blocks/FusedKernels.h"
 #include "dataflow/DFErrorHandler.h"
 
@@ -65,6 +67,17 @@ template <typename T>
 void Release(T*& storage) {
     delete[] storage;
     storage = nullptr;
+}
+
+// Exact +0.0 in every sample: the input under which the filter's tail cycles.
+bool AllPositiveZero(const double* x, size_t n) {
+    uint64_t any = 0;
+    for (size_t i = 0; i < n; ++i) {
+        uint64_t bits;
+        std::memcpy(&bits, &x[i], sizeof bits);
+        any |= bits;
+    }
+    return any == 0;
 }
 
 void PreparePort(CircularBufferBase& port) {
@@ -222,8 +235,14 @@ void KV2_RX::RunBlock(double* wave, size_t n, SimdLevel level) {
             double* previous = delayed[(at / kBlockChunk + 1) % 2];
             double* current = delayed[(at / kBlockChunk) % 2];
             const double* history = pending > 0 ? B2.BeginBlock(previous, pending) : nullptr;
-            CascadeWithFir(level, cascade, wave + at, filtered, m, taps, T, history,
-                           wave + pendingAt, pending);
+            if (AllPositiveZero(wave + at, m)) {
+                m_cZeroInput.Run(cascade, filtered, m);
+                if (pending > 0) FirBlock(level, taps, T, history, wave + pendingAt, pending);
+            } else {
+                m_cZeroInput.Reset();
+                CascadeWithFir(level, cascade, wave + at, filtered, m, taps, T, history,
+                               wave + pendingAt, pending);
+            }
             if (pending > 0) B2.EndBlock(previous, pending, wave[pendingAt + pending - 1]);
             J1.RunBlock(filtered, current, m, level);
             pendingAt = at;

@@ -1,0 +1,57 @@
+// ZeroInputCycle: the two-biquad recurrence under a run of exact zero input.
+//
+// After activity, zero input drives the state down into subnormals, where it
+// ends at a fixed point or a short cycle (periods up to a few dozen) that it
+// never leaves: the rounding of the tiny values keeps it alive. Computing
+// there is pure cost, and subnormal arithmetic is slow on many processors.
+// Once the state repeats bit for bit, the recorded steps of the cycle are
+// replayed instead: the recurrence is a pure function of its state bits, so
+// the replay gives exactly the bits that computing would, state included.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "blocks/BiquadCascade.h"
+
+namespace TesselModelBuilder {
+
+class ZeroInputCycle {
+public:
+    static constexpr size_t kMaxPeriod = 64;  // longer cycles are simply computed
+
+    // Forget the cycle: the input was not zero, or the state changed elsewhere.
+    void Reset();
+    // n steps of cascade.Step(+0.0), outputs to out[0..n): the same outputs
+    // and the same cascade afterwards (state and section-0 output), bit for bit.
+    void Run(TwoBiquadRecurrence& cascade, double* out, size_t n);
+    // The period found, or 0 while still searching.
+    size_t Period() const { return m_iPeriod; }
+
+private:
+    struct State {
+        uint64_t bits[4];  // w1, w2, v1, v2
+        bool operator==(const State& o) const;
+    };
+    static State Of(const TwoBiquadRecurrence& c);
+
+    // Search: the state at a checkpoint against each later one, the checkpoint
+    // moving on after 1, 2, 4, ... kMaxPeriod steps (Brent's cycle finding).
+    void Search(TwoBiquadRecurrence& c, double* out, size_t n, size_t& done);
+    bool Record(const TwoBiquadRecurrence& c, size_t period);
+
+    bool m_bHasCheckpoint = false;
+    State m_sCheckpoint{};
+    size_t m_iLag = 0;
+    size_t m_iPower = 1;
+
+    // The cycle: step k gives output m_dOut[k] and section-0 output
+    // m_dSection0[k], and leaves m_sAfter[k] (as doubles in m_dAfter).
+    size_t m_iPeriod = 0;
+    size_t m_iPhase = 0;  // the next step of the cycle
+    double m_dOut[kMaxPeriod];
+    double m_dSection0[kMaxPeriod];
+    double m_dAfter[kMaxPeriod][4];
+};
+
+}  // namespace TesselModelBuilder
