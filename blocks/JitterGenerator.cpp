@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
+#include <cstring>
 
 #include "blocks/JitterKernels.h"
 #include "dataflow/DFErrorHandler.h"
@@ -13,6 +15,12 @@ namespace TesselModelBuilder {
 namespace {
 constexpr unsigned long kJitterSeed = 5489;  // every run draws the same jitter
 constexpr double kPi = 3.141592653589793;
+
+bool IsPositiveZero(double v) {
+    uint64_t bits;
+    std::memcpy(&bits, &v, sizeof bits);
+    return bits == 0;
+}
 }  // namespace
 
 JitterGenerator::~JitterGenerator() {
@@ -226,7 +234,18 @@ bool JitterGenerator::RunBlock(const double* in, double* out, size_t n, SimdLeve
     const int SPB = SamplesPerBit;
     const int mid = SPB / 2;
     const double Ts = SampleInterval;
-    for (size_t i = 0; i < n; ++i) {
+    size_t i = 0;
+    if (HasNoJitter()) {
+        // Every offset is +0.0: only the samples enter the resampling. The
+        // phases of all but the last W samples are never read, so they are
+        // only counted through, with the draws they call for.
+        const size_t bulk = n > W ? n - W : 0;
+        std::copy(in, in + bulk, s + W);
+        std::fill(jt + W, jt + W + bulk, 0.0);
+        for (size_t draws = AdvancePhase(in, bulk, prev, phase, SPB, mid, level); draws > 0; --draws) DrawJitter();
+        i = bulk;
+    }
+    for (; i < n; ++i) {
         const double x = in[i];
         if (prev * x < 0.0) {
             phase = 0;
@@ -257,6 +276,42 @@ bool JitterGenerator::RunBlock(const double* in, double* out, size_t n, SimdLeve
     m_iSampleCount = n0 + static_cast<int64_t>(n);
     output[0] = out[n - 1];
     return true;
+}
+
+// With RJ = DJ = 0 a drawn offset is +0.0 whatever the generators give: a
+// finite Gaussian draw times a zero plus a uniform draw on a zero-width
+// interval, and for L >= 1 the clamp keeps it. The offsets in force must be
+// +0.0 already (bit for bit), and the phase within range.
+bool JitterGenerator::HasNoJitter() const {
+    if (!(RJ == 0.0 && DJ == 0.0) || Latency < 1 || SamplesPerBit < 2 || m_iBitPhase < 0 ||
+        m_iBitPhase >= SamplesPerBit || !IsPositiveZero(m_dJitter))
+        return false;
+    return std::all_of(m_vJitters.begin(), m_vJitters.end(), IsPositiveZero);
+}
+
+// The bit phase over x[0..n) as Track moves it: between two sign changes it
+// steps by one per sample, so each run is counted in one go. Returns how
+// many samples land on mid-bit (one draw each).
+size_t JitterGenerator::AdvancePhase(const double* x, size_t n, double& prev, int& phase, int SPB,
+                                     int mid, SimdLevel level) {
+    size_t draws = 0;
+    size_t i = 0;
+    while (i < n) {
+        if (prev * x[i] < 0.0) {  // phase 0 is never mid-bit (SPB >= 2)
+            phase = 0;
+            prev = x[i++];
+            continue;
+        }
+        const size_t j = NextSignChange(level, x, i + 1, n);
+        const size_t steps = j - i;
+        // Step k (0-based) leaves phase + k + 1, mid-bit when k = toMid (mod SPB).
+        const size_t toMid = static_cast<size_t>(((mid - phase - 1) % SPB + SPB) % SPB);
+        if (steps > toMid) draws += 1 + (steps - 1 - toMid) / static_cast<size_t>(SPB);
+        phase = static_cast<int>((static_cast<size_t>(phase) + steps) % static_cast<size_t>(SPB));
+        prev = x[j - 1];
+        i = j;
+    }
+    return draws;
 }
 
 bool JitterGenerator::Finalize() {

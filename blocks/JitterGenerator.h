@@ -62,6 +62,10 @@ private:
     void Track(double x);
     // The offset of a new bit: N(0,1) RJ + U(-DJ/2, DJ/2), clamped to ±Ts (L - 1).
     double DrawJitter();
+    // True when every offset is, and stays, +0.0 (no RJ, no DJ).
+    bool HasNoJitter() const;
+    static size_t AdvancePhase(const double* x, size_t n, double& prev, int& phase, int SPB, int mid,
+                               SimdLevel level);
     // Block-path fallback: firing i of the flat history in `context`.
     static void ResampleOne(void* context, size_t i);
     // The output of firing n from a history window of W entries, oldest first.
