@@ -73,6 +73,7 @@ bool JitterGenerator::Initialize() {
         m_vPhases[i] = SamplesPerBit - ((W - i) % SamplesPerBit);
     }
     m_iSampleCount = 0;
+    m_iOwedDraws = 0;
     m_dPrevSample = 0.0;
     m_iBitPhase = 0;
     m_dJitter = 0.0;
@@ -104,12 +105,29 @@ void JitterGenerator::Track(double x) {
     if (m_iBitPhase == SamplesPerBit / 2) m_dJitter = DrawJitter();
 }
 
+void JitterGenerator::SettleDraws() {
+    if (m_pNormal == nullptr || m_pUniform == nullptr) m_iOwedDraws = 0;
+    for (; m_iOwedDraws > 0; --m_iOwedDraws) {
+        (*m_pNormal)();
+        (*m_pUniform)();
+    }
+}
+
 double JitterGenerator::DrawJitter() {
     const double Ts = SampleInterval;
     const int L = Latency;
-    const double random = (*m_pNormal)();
-    const double deterministic = (*m_pUniform)();
-    double j = random * RJ + deterministic;
+    double j;
+    if (RJ == 0.0 && DJ == 0.0) {
+        // The sum is +0.0 whatever the draws (see HasNoJitter); they are
+        // owed to the generators and taken only when they can matter.
+        ++m_iOwedDraws;
+        j = 0.0;
+    } else {
+        SettleDraws();
+        const double random = (*m_pNormal)();
+        const double deterministic = (*m_pUniform)();
+        j = random * RJ + deterministic;
+    }
     if (j > Ts * (L - 1))
         j = Ts * (L - 1);
     else if ((-Ts) * (L - 1) > j)
@@ -242,7 +260,7 @@ bool JitterGenerator::RunBlock(const double* in, double* out, size_t n, SimdLeve
         const size_t bulk = n > W ? n - W : 0;
         std::copy(in, in + bulk, s + W);
         std::fill(jt + W, jt + W + bulk, 0.0);
-        for (size_t draws = AdvancePhase(in, bulk, prev, phase, SPB, mid, level); draws > 0; --draws) DrawJitter();
+        m_iOwedDraws += AdvancePhase(in, bulk, prev, phase, SPB, mid, level);
         i = bulk;
     }
     for (; i < n; ++i) {

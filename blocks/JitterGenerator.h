@@ -56,6 +56,11 @@ public:
     // The level only chooses how many outputs are interpolated side by side.
     bool RunBlock(const double* in, double* out, size_t n, SimdLevel level);
 
+    // Takes the draws still owed to the generators. Without RJ and DJ the
+    // offsets do not depend on the draws, so they are only counted; call
+    // this before reading the generators directly.
+    void SettleDraws();
+
 private:
     bool IsReady() const;
     // Bit phase and, at mid-bit, a new jitter offset for input sample x.
@@ -71,6 +76,8 @@ private:
     // The output of firing n from a history window of W entries, oldest first.
     double Resample(int64_t n, const double* samples, const double* times, const int* phases,
                     const double* jitters) const;
+
+    uint64_t m_iOwedDraws = 0;  // draws counted but not yet taken (see SettleDraws)
 
     // Block-path scratch: the history followed by the block, laid out flat.
     std::vector<double> m_vBlockSamples;

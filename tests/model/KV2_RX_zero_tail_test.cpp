@@ -78,6 +78,11 @@ TEST(KV2_RX_ZeroTail, ReplayedTailsGiveThePerSampleBitsAndState) {
             EXPECT_TRUE(SameBits(reference.m->J1.m_vSamples, block.m->J1.m_vSamples));
             EXPECT_TRUE(SameBits(reference.m->B2.m_vDelayLine, block.m->B2.m_vDelayLine));
             EXPECT_TRUE(SameBits(&reference.out, &block.out, 1));
+            // The draws only counted on either path are owed, not lost.
+            reference.m->J1.SettleDraws();
+            block.m->J1.SettleDraws();
+            EXPECT_EQ((*reference.m->J1.m_pNormal)(), (*block.m->J1.m_pNormal)());
+            EXPECT_EQ((*reference.m->J1.m_pUniform)(), (*block.m->J1.m_pUniform)());
             EXPECT_TRUE(SameBits(reference.m->m_pBuffer_Subnetwork1_M9_output_To_J1_Input,
                                  block.m->m_pBuffer_Subnetwork1_M9_output_To_J1_Input, 1));
         }
