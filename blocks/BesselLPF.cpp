@@ -159,13 +159,14 @@ void BesselLPF::EndBlock(const double* in, size_t n, double lastOutput) {
     const size_t T = m_vTaps.size();
     const size_t index = static_cast<size_t>(m_iDelayIndex);
     double* line = m_vDelayLine.data();
-    // Firing i stores its sample at (index - i) mod T.
+    // Firing i stores its sample at (index - i) mod T: the kept samples go
+    // down the line from `position`, wrapping once from 0 to T - 1.
     const size_t kept = n < T ? n : T;
-    size_t position = (index + T - (n - kept) % T) % T;
-    for (size_t i = n - kept; i < n; ++i) {
-        line[position] = in[i];
-        position = position == 0 ? T - 1 : position - 1;
-    }
+    const size_t position = (index + T - (n - kept) % T) % T;
+    const double* newest = in + n - kept;
+    const size_t first = std::min(kept, position + 1);
+    for (size_t i = 0; i < first; ++i) line[position - i] = newest[i];
+    for (size_t i = first; i < kept; ++i) line[T - 1 - (i - first)] = newest[i];
     m_iDelayIndex = static_cast<int32_t>((index + T - n % T) % T);
     output[0] = lastOutput;
 }

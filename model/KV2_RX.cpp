@@ -71,13 +71,12 @@ void Release(T*& storage) {
 
 // Exact +0.0 in every sample: the input under which the filter's tail cycles.
 bool AllPositiveZero(const double* x, size_t n) {
-    uint64_t any = 0;
     for (size_t i = 0; i < n; ++i) {
         uint64_t bits;
         std::memcpy(&bits, &x[i], sizeof bits);
-        any |= bits;
+        if (bits != 0) return false;
     }
-    return any == 0;
+    return true;
 }
 
 void PreparePort(CircularBufferBase& port) {
