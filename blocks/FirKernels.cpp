@@ -49,9 +49,9 @@ __attribute__((target("avx2"))) void FirAvx2(const double* taps, size_t T, const
 __attribute__((target("avx512f"))) void FirAvx512(const double* taps, size_t T, const double* x,
                                                   double* out, size_t n) {
     size_t i = 0;
-    for (; i + FirGroupAvx512::kOutputs <= n; i += FirGroupAvx512::kOutputs) {
+    for (; i + FirGroupAvx512Wide::kOutputs <= n; i += FirGroupAvx512Wide::kOutputs) {
         const double* newest = x + (T - 1) + i;
-        FirGroupAvx512 g;
+        FirGroupAvx512Wide g;
         Clear(g);
         for (size_t k = 0; k < T; ++k) AddTap(g, taps[k], newest - k);
         Store(g, out + i);

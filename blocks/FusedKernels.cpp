@@ -1,4 +1,4 @@
-// FusedKernels: per group of G FIR outputs (G = 32 with AVX-512, 16 with
+// FusedKernels: per group of G FIR outputs (G = 64 with AVX-512, 16 with
 // AVX2), G recurrence steps each carrying about T / G taps of the group's
 // sums. Every output's sum still runs over k = 0 .. T - 1 in order from +0.0.
 #include "blocks/FusedKernels.h"
@@ -21,12 +21,12 @@ void CascadeOnly(TwoBiquadRecurrence& cascade, const double* x, double* y, size_
 __attribute__((target("avx512f"))) void CascadeWithFirAvx512(
     TwoBiquadRecurrence& cascade, const double* x, double* y, size_t n, const double* taps,
     size_t T, const double* firIn, double* fir, size_t m) {
-    constexpr size_t G = FirGroupAvx512::kOutputs;
+    constexpr size_t G = FirGroupAvx512Wide::kOutputs;
     TwoBiquadRecurrence c = cascade;
     size_t i = 0, j = 0;
     for (; i + G <= n && j + G <= m; i += G, j += G) {
         const double* newest = firIn + (T - 1) + j;
-        FirGroupAvx512 g;
+        FirGroupAvx512Wide g;
         Clear(g);
         size_t k = 0;
         for (size_t r = 0; r < G; ++r) {
