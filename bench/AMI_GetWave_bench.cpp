@@ -162,6 +162,26 @@ void StageJitter(benchmark::State& state) {
 }
 BENCHMARK(StageJitter)->Name("c_stage_jitter_delay");
 
+// The whole block path on each instruction set, as a host without the wider
+// ones would run it (blocks of 1280).
+void BlockPathAtLevel(benchmark::State& state) {
+    Model model;
+    const SimdLevel level = static_cast<SimdLevel>(state.range(0));
+    const std::vector<double> source = Waveform(1280);
+    std::vector<double> wave(source.size());
+    Ticks ticks;
+    for (auto _ : state) {
+        ticks.Begin();
+        std::copy(source.begin(), source.end(), wave.begin());
+        model.m->RunBlock(wave.data(), wave.size(), level);
+        ticks.End();
+        benchmark::ClobberMemory();
+    }
+    ticks.Report(state, wave.size());
+    SetSamples(state, wave.size());
+    state.SetLabel(SimdLevelName(level));
+}
+
 void StageFir(benchmark::State& state) {
     Model model;
     const SimdLevel level = static_cast<SimdLevel>(state.range(0));
@@ -224,6 +244,9 @@ public:
 }  // namespace
 
 int main(int argc, char** argv) {
+    for (SimdLevel level : SupportedSimdLevels())
+        benchmark::RegisterBenchmark((std::string("b_block_path/") + SimdLevelName(level)).c_str(), BlockPathAtLevel)
+            ->Arg(static_cast<int>(level));
     for (SimdLevel level : SupportedSimdLevels())
         benchmark::RegisterBenchmark((std::string("c_stage_bessel_fir/") + SimdLevelName(level)).c_str(), StageFir)
             ->Arg(static_cast<int>(level));

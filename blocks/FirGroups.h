@@ -1,6 +1,6 @@
 // FirGroups: a group of FIR output samples accumulated side by side, one
 // output per vector lane, in four registers (32 outputs with AVX-512, 16 with
-// AVX2) or eight (64 outputs with AVX-512). Each tap adds tap * x to every lane with a separate multiply and add,
+// AVX2) or eight (64 and 32). Each tap adds tap * x to every lane with a separate multiply and add,
 // so every lane carries exactly the sequential sum of one output.
 #pragma once
 
@@ -25,6 +25,11 @@ struct FirGroupAvx512Wide {
 struct FirGroupAvx2 {
     static constexpr size_t kOutputs = 16;
     __m256d a0, a1, a2, a3;
+};
+
+struct FirGroupAvx2Wide {
+    static constexpr size_t kOutputs = 32;
+    __m256d a0, a1, a2, a3, a4, a5, a6, a7;
 };
 
 __attribute__((target("avx512f"))) inline void Clear(FirGroupAvx512& g) {
@@ -72,6 +77,33 @@ __attribute__((target("avx512f"))) inline void Store(const FirGroupAvx512Wide& g
     _mm512_storeu_pd(out + 40, g.a5);
     _mm512_storeu_pd(out + 48, g.a6);
     _mm512_storeu_pd(out + 56, g.a7);
+}
+
+__attribute__((target("avx2"))) inline void Clear(FirGroupAvx2Wide& g) {
+    g.a0 = g.a1 = g.a2 = g.a3 = g.a4 = g.a5 = g.a6 = g.a7 = _mm256_setzero_pd();
+}
+
+__attribute__((target("avx2"))) inline void AddTap(FirGroupAvx2Wide& g, double tap, const double* p) {
+    const __m256d t = _mm256_set1_pd(tap);
+    g.a0 = _mm256_add_pd(g.a0, _mm256_mul_pd(t, _mm256_loadu_pd(p)));
+    g.a1 = _mm256_add_pd(g.a1, _mm256_mul_pd(t, _mm256_loadu_pd(p + 4)));
+    g.a2 = _mm256_add_pd(g.a2, _mm256_mul_pd(t, _mm256_loadu_pd(p + 8)));
+    g.a3 = _mm256_add_pd(g.a3, _mm256_mul_pd(t, _mm256_loadu_pd(p + 12)));
+    g.a4 = _mm256_add_pd(g.a4, _mm256_mul_pd(t, _mm256_loadu_pd(p + 16)));
+    g.a5 = _mm256_add_pd(g.a5, _mm256_mul_pd(t, _mm256_loadu_pd(p + 20)));
+    g.a6 = _mm256_add_pd(g.a6, _mm256_mul_pd(t, _mm256_loadu_pd(p + 24)));
+    g.a7 = _mm256_add_pd(g.a7, _mm256_mul_pd(t, _mm256_loadu_pd(p + 28)));
+}
+
+__attribute__((target("avx2"))) inline void Store(const FirGroupAvx2Wide& g, double* out) {
+    _mm256_storeu_pd(out, g.a0);
+    _mm256_storeu_pd(out + 4, g.a1);
+    _mm256_storeu_pd(out + 8, g.a2);
+    _mm256_storeu_pd(out + 12, g.a3);
+    _mm256_storeu_pd(out + 16, g.a4);
+    _mm256_storeu_pd(out + 20, g.a5);
+    _mm256_storeu_pd(out + 24, g.a6);
+    _mm256_storeu_pd(out + 28, g.a7);
 }
 
 __attribute__((target("avx2"))) inline void Clear(FirGroupAvx2& g) {

@@ -29,9 +29,9 @@ void FirScalar(const double* taps, size_t T, const double* x, double* out, size_
 __attribute__((target("avx2"))) void FirAvx2(const double* taps, size_t T, const double* x,
                                              double* out, size_t n) {
     size_t i = 0;
-    for (; i + FirGroupAvx2::kOutputs <= n; i += FirGroupAvx2::kOutputs) {
+    for (; i + FirGroupAvx2Wide::kOutputs <= n; i += FirGroupAvx2Wide::kOutputs) {
         const double* newest = x + (T - 1) + i;
-        FirGroupAvx2 g;
+        FirGroupAvx2Wide g;
         Clear(g);
         for (size_t k = 0; k < T; ++k) AddTap(g, taps[k], newest - k);
         Store(g, out + i);

@@ -43,12 +43,12 @@ __attribute__((target("avx512f"))) void CascadeWithFirAvx512(
 __attribute__((target("avx2"))) void CascadeWithFirAvx2(
     TwoBiquadRecurrence& cascade, const double* x, double* y, size_t n, const double* taps,
     size_t T, const double* firIn, double* fir, size_t m) {
-    constexpr size_t G = FirGroupAvx2::kOutputs;
+    constexpr size_t G = FirGroupAvx2Wide::kOutputs;
     TwoBiquadRecurrence c = cascade;
     size_t i = 0, j = 0;
     for (; i + G <= n && j + G <= m; i += G, j += G) {
         const double* newest = firIn + (T - 1) + j;
-        FirGroupAvx2 g;
+        FirGroupAvx2Wide g;
         Clear(g);
         size_t k = 0;
         for (size_t r = 0; r < G; ++r) {
