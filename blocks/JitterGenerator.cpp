@@ -4,9 +4,11 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <cstdint>
 #include <cstring>
 
+#include "blocks/FirKernels.h"
 #include "blocks/JitterKernels.h"
 #include "dataflow/DFErrorHandler.h"
 
@@ -253,7 +255,8 @@ bool JitterGenerator::RunBlock(const double* in, double* out, size_t n, SimdLeve
     const int mid = SPB / 2;
     const double Ts = SampleInterval;
     size_t i = 0;
-    if (HasNoJitter()) {
+    const bool noJitter = HasNoJitter();
+    if (noJitter) {
         // Every offset is +0.0: only the samples enter the resampling. The
         // phases of all but the last W samples are never read, so they are
         // only counted through, with the draws they call for.
@@ -285,7 +288,8 @@ bool JitterGenerator::RunBlock(const double* in, double* out, size_t n, SimdLeve
 
     FlatHistory history{this, s, tm, ph, jt, n0, out};
     const JitterWindow window{s, tm, jt, n0, Latency, static_cast<int>(W), Ts};
-    ResampleBlock(level, window, out, n, &JitterGenerator::ResampleOne, &history);
+    ResampleBlock(level, window, out, noJitter ? SettledFrom(s, W, n0, n, out) : n, &JitterGenerator::ResampleOne,
+                  &history);
 
     std::copy(s + n, s + n + W, m_vSamples.begin());
     std::copy(tm + n, tm + n + W, m_vTimes.begin());
@@ -294,6 +298,25 @@ bool JitterGenerator::RunBlock(const double* in, double* out, size_t n, SimdLeve
     m_iSampleCount = n0 + static_cast<int64_t>(n);
     output[0] = out[n - 1];
     return true;
+}
+
+// Without jitter, an output whose whole window holds one finite value c (a
+// settled tail) is c itself: (tau - t0) (c - c) is a zero, divided by the
+// positive interval t1 - t0 and added to c. That needs the instants strictly
+// increasing (a normal Ts, counts below 2^52) and c not -0.0, whose sum with
+// a zero of either sign depends on that sign. Fills those outputs and
+// returns how many come before them.
+size_t JitterGenerator::SettledFrom(const double* s, size_t W, int64_t n0, size_t n, double* out) const {
+    const double Ts = SampleInterval;
+    const double c = s[W + n - 1];
+    if (!(std::isnormal(Ts) && Ts > 0.0 && std::isfinite(c)) || (c == 0.0 && std::signbit(c)) ||
+        std::llabs(n0) + static_cast<int64_t>(W + n) >= (int64_t{1} << 52))
+        return n;
+    const size_t run = TrailingRun(s, W + n);  // output i reads s[i + 1 .. i + W]
+    const size_t first = run == 0 ? 0 : run - 1;
+    if (first >= n) return n;
+    std::fill(out + first, out + n, c);
+    return first;
 }
 
 // With RJ = DJ = 0 a drawn offset is +0.0 whatever the generators give: a

@@ -71,6 +71,8 @@ private:
     bool HasNoJitter() const;
     static size_t AdvancePhase(const double* x, size_t n, double& prev, int& phase, int SPB, int mid,
                                SimdLevel level);
+    // Outputs at the end of a block that settled on one value, filled in.
+    size_t SettledFrom(const double* s, size_t W, int64_t n0, size_t n, double* out) const;
     // Block-path fallback: firing i of the flat history in `context`.
     static void ResampleOne(void* context, size_t i);
     // The output of firing n from a history window of W entries, oldest first.
