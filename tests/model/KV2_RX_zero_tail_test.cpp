@@ -30,13 +30,14 @@ struct Model {
     bool ok;
 };
 
-// An NRZ burst, zeros long enough for every filter to reach its cycle at
+// An NRZ burst, a held level, zeros long enough for every filter to reach its cycle at
 // `rate`, one tiny sample (which must end the replay), zeros, negative zeros
 // (not the replayed input), zeros.
 std::vector<double> Wave(double rate) {
     std::mt19937 rng(11);
     std::vector<double> wave;
     for (int bit = 0; bit < 12; ++bit) wave.insert(wave.end(), 32, (rng() & 1) ? 0.5 : -0.5);
+    wave.resize(wave.size() + 20000, 0.25);  // a step that settles
     wave.resize(wave.size() + static_cast<size_t>(130000 * rate / 1e12), 0.0);
     wave.push_back(3e-300);
     wave.resize(wave.size() + 9000, 0.0);
