@@ -93,10 +93,12 @@ BENCHMARK(PerSamplePath)->Name("a_per_sample_path");
 // The waveform is handed over in calls of `block` samples; the copy of the
 // fresh waveform is timed too (a simulator hands over new samples on every
 // call), far cheaper than pausing the clock would be.
-void RunGetWave(benchmark::State& state, const std::vector<double>& source, size_t block) {
+void RunGetWave(benchmark::State& state, const std::vector<double>& source, size_t block, int eq = 0) {
     void* handle = nullptr;
     char* msg = nullptr;
-    if (AMI_Init(nullptr, 0, 0, 1e-12, 100e-12, kDefaults, nullptr, &handle, &msg) != 1) std::abort();
+    std::string text = kDefaults;
+    text.replace(text.find("(EQ 0)"), 6, "(EQ " + std::to_string(eq) + ")");
+    if (AMI_Init(nullptr, 0, 0, 1e-12, 100e-12, text.data(), nullptr, &handle, &msg) != 1) std::abort();
     std::vector<double> wave(source.size());
     double clock[2];
     Ticks ticks;
@@ -120,13 +122,15 @@ void PrbsThroughGetWave(benchmark::State& state) {
 BENCHMARK(PrbsThroughGetWave)->Name("b_prbs_GetWave")->Arg(1280)->Arg(1000000);
 
 // An impulse-response style measurement: a short burst, then 10^6 exact
-// zeros, handed over in calls of 1280 samples.
+// zeros, handed over in calls of 1280 samples. Settings 0, 10 and 11 end in
+// the three kinds of tail: a cycle of zeros, a fixed point, a cycle of
+// subnormals.
 void ZeroTailThroughGetWave(benchmark::State& state) {
     std::vector<double> wave = Waveform(2000);
     wave.resize(wave.size() + 1000000, 0.0);
-    RunGetWave(state, wave, 1280);
+    RunGetWave(state, wave, 1280, static_cast<int>(state.range(0)));
 }
-BENCHMARK(ZeroTailThroughGetWave)->Name("b_zero_tail_GetWave");
+BENCHMARK(ZeroTailThroughGetWave)->Name("b_zero_tail_GetWave")->ArgName("EQ")->Arg(0)->Arg(10)->Arg(11);
 
 // Stages of the block path on 1280-sample blocks, each in its own model.
 void StageFilter(benchmark::State& state) {
@@ -265,7 +269,8 @@ int main(int argc, char** argv) {
     };
     ratio("b_prbs_GetWave/1280", "d_floor_two_biquads", 2.5);
     ratio("b_prbs_GetWave/1000000", "d_floor_two_biquads", 2.5);
-    ratio("b_zero_tail_GetWave", "b_prbs_GetWave/1280", 1.5);
+    for (const char* tail : {"b_zero_tail_GetWave/EQ:0", "b_zero_tail_GetWave/EQ:10", "b_zero_tail_GetWave/EQ:11"})
+        ratio(tail, "b_prbs_GetWave/1280", 1.5);
     const auto a = ns.find("a_per_sample_path"), b = ns.find("b_prbs_GetWave/1280");
     if (a != ns.end() && b != ns.end()) std::printf("block path %.1fx faster than per sample\n", a->second / b->second);
     benchmark::Shutdown();

@@ -58,6 +58,7 @@ bool ZeroInputCycle::Record(const TwoBiquadRecurrence& c, size_t period) {
         m_dAfter[k][3] = r.v2;
     }
     if (!(Of(r) == Of(c))) return false;  // not a cycle after all
+    for (size_t k = period; k < kTile; ++k) m_dOut[k] = m_dOut[k - period];
     m_iPeriod = period;
     m_iPhase = 0;
     return true;
@@ -78,7 +79,7 @@ void ZeroInputCycle::Run(TwoBiquadRecurrence& c, double* out, size_t n) {
     const size_t p = m_iPeriod;
     size_t phase = m_iPhase;
     while (done < n) {
-        const size_t run = std::min(p - phase, n - done);
+        const size_t run = std::min(kTile - phase, n - done);
         std::memcpy(out + done, m_dOut + phase, run * sizeof(double));
         done += run;
         phase = (phase + run) % p;

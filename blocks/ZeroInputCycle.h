@@ -19,6 +19,7 @@ namespace TesselModelBuilder {
 class ZeroInputCycle {
 public:
     static constexpr size_t kMaxPeriod = 64;  // longer cycles are simply computed
+    static constexpr size_t kTile = 512;      // replayed outputs copied per run
 
     // Forget the cycle: the input was not zero, or the state changed elsewhere.
     void Reset();
@@ -49,7 +50,7 @@ private:
     // m_dSection0[k], and leaves m_sAfter[k] (as doubles in m_dAfter).
     size_t m_iPeriod = 0;
     size_t m_iPhase = 0;  // the next step of the cycle
-    double m_dOut[kMaxPeriod];
+    double m_dOut[kTile];  // the outputs, repeated: m_dOut[k] is step k mod the period
     double m_dSection0[kMaxPeriod];
     double m_dAfter[kMaxPeriod][4];
 };
