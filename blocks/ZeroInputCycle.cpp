@@ -49,16 +49,18 @@ void ZeroInputCycle::Search(TwoBiquadRecurrence& c, double* out, size_t n, size_
 // The next `period` steps, computed once on a copy.
 bool ZeroInputCycle::Record(const TwoBiquadRecurrence& c, size_t period) {
     TwoBiquadRecurrence r = c;
+    double* out = Out();
     for (size_t k = 0; k < period; ++k) {
-        m_dOut[k] = r.Step(0.0);
-        m_dSection0[k] = r.y;
-        m_dAfter[k][0] = r.w1;
-        m_dAfter[k][1] = r.w2;
-        m_dAfter[k][2] = r.v1;
-        m_dAfter[k][3] = r.v2;
+        out[k] = r.Step(0.0);
+        Section0()[k] = r.y;
+        double* after = After(k);
+        after[0] = r.w1;
+        after[1] = r.w2;
+        after[2] = r.v1;
+        after[3] = r.v2;
     }
     if (!(Of(r) == Of(c))) return false;  // not a cycle after all
-    for (size_t k = period; k < kTile; ++k) m_dOut[k] = m_dOut[k - period];
+    for (size_t k = period; k < kTile; ++k) out[k] = out[k - period];
     m_iPeriod = period;
     m_iPhase = 0;
     return true;
@@ -69,7 +71,7 @@ void ZeroInputCycle::Run(TwoBiquadRecurrence& c, double* out, size_t n) {
     if (m_iPeriod != 0) {
         // Replay only from the state the cycle left: anything else means the
         // filter was driven or reset behind our back.
-        const double* expected = m_dAfter[(m_iPhase + m_iPeriod - 1) % m_iPeriod];
+        const double* expected = After((m_iPhase + m_iPeriod - 1) % m_iPeriod);
         const double now[4] = {c.w1, c.w2, c.v1, c.v2};
         if (std::memcmp(expected, now, sizeof now) != 0) Reset();
     }
@@ -80,17 +82,18 @@ void ZeroInputCycle::Run(TwoBiquadRecurrence& c, double* out, size_t n) {
     size_t phase = m_iPhase;
     while (done < n) {
         const size_t run = std::min(kTile - phase, n - done);
-        std::memcpy(out + done, m_dOut + phase, run * sizeof(double));
+        std::memcpy(out + done, Out() + phase, run * sizeof(double));
         done += run;
         phase = (phase + run) % p;
     }
     m_iPhase = phase;
     const size_t last = (phase + p - 1) % p;
-    c.w1 = m_dAfter[last][0];
-    c.w2 = m_dAfter[last][1];
-    c.v1 = m_dAfter[last][2];
-    c.v2 = m_dAfter[last][3];
-    c.y = m_dSection0[last];
+    const double* after = After(last);
+    c.w1 = after[0];
+    c.w2 = after[1];
+    c.v1 = after[2];
+    c.v2 = after[3];
+    c.y = Section0()[last];
 }
 
 }  // namespace TesselModelBuilder

@@ -11,6 +11,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 #include "blocks/BiquadCascade.h"
 
@@ -21,10 +22,13 @@ public:
     static constexpr size_t kMaxPeriod = 64;  // longer cycles are simply computed
     static constexpr size_t kTile = 512;      // replayed outputs copied per run
 
+    // Allocates the tables, so that Run itself never allocates.
+    void Reserve() { m_vTables.resize(kTile + 5 * kMaxPeriod); }
     // Forget the cycle: the input was not zero, or the state changed elsewhere.
     void Reset();
     // n steps of cascade.Step(+0.0), outputs to out[0..n): the same outputs
-    // and the same cascade afterwards (state and section-0 output), bit for bit.
+    // and the same cascade afterwards (state and section-0 output), bit for
+    // bit. Reserve first.
     void Run(TwoBiquadRecurrence& cascade, double* out, size_t n);
     // The period found, or 0 while still searching.
     size_t Period() const { return m_iPeriod; }
@@ -46,13 +50,16 @@ private:
     size_t m_iLag = 0;
     size_t m_iPower = 1;
 
-    // The cycle: step k gives output m_dOut[k] and section-0 output
-    // m_dSection0[k], and leaves m_sAfter[k] (as doubles in m_dAfter).
+    // The cycle: step k gives output Out()[k] and section-0 output
+    // Section0()[k], and leaves the state After(k). Kept on the heap so that
+    // the model that holds this stays small.
+    double* Out() { return m_vTables.data(); }  // kTile: step k mod the period
+    double* Section0() { return Out() + kTile; }
+    double* After(size_t k) { return Section0() + kMaxPeriod + 4 * k; }  // w1 w2 v1 v2
+
     size_t m_iPeriod = 0;
     size_t m_iPhase = 0;  // the next step of the cycle
-    double m_dOut[kTile];  // the outputs, repeated: m_dOut[k] is step k mod the period
-    double m_dSection0[kMaxPeriod];
-    double m_dAfter[kMaxPeriod][4];
+    std::vector<double> m_vTables;
 };
 
 }  // namespace TesselModelBuilder

@@ -211,6 +211,7 @@ void KV2_RX::RunBlock(double* wave, size_t n, SimdLevel level) {
     SDomainIIR& filter = bank.Filter(EQ);
     const double lastInput = wave[n - 1];  // the wave is overwritten in place
     m_vBlockScratch.resize(3 * kBlockChunk);
+    m_cZeroInput.Reserve();
     double* filtered = m_vBlockScratch.data();
     double* delayed[2] = {filtered + kBlockChunk, filtered + 2 * kBlockChunk};
 
