@@ -141,6 +141,12 @@ bool BesselLPF::Run() {
 // x[t] at index; the block path unrolls it into a flat history, runs the sums
 // there, and folds the newest samples back where n firings would have put them.
 const double* BesselLPF::BeginBlock(const double* in, size_t n) {
+    double* x = OpenBlock(n);
+    if (x != nullptr) std::copy(in, in + n, x + (m_vTaps.size() - 1));
+    return x;
+}
+
+double* BesselLPF::OpenBlock(size_t n) {
     if (!IsDesigned()) return nullptr;
     const size_t T = m_vTaps.size();
     const size_t index = static_cast<size_t>(m_iDelayIndex);
@@ -150,7 +156,6 @@ const double* BesselLPF::BeginBlock(const double* in, size_t n) {
     size_t k = 1;
     for (; k < T && index + k < T; ++k) x[T - 1 - k] = line[index + k];
     for (; k < T; ++k) x[T - 1 - k] = line[index + k - T];
-    std::copy(in, in + n, x + (T - 1));
     return x;
 }
 

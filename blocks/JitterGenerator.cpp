@@ -226,6 +226,14 @@ void JitterGenerator::ResampleOne(void* context, size_t i) {
 }
 
 bool JitterGenerator::RunBlock(const double* in, double* out, size_t n, SimdLevel level) {
+    if (!BeginBlock(in, out, n, level)) return false;
+    ResampleBlockRange(0, n);
+    EndBlock();
+    return true;
+}
+
+bool JitterGenerator::BeginBlock(const double* in, double* out, size_t n, SimdLevel level) {
+    m_iBlockLength = 0;
     if (!IsReady()) return false;
     if (n == 0) return true;
     const size_t W = m_vSamples.size();
@@ -286,18 +294,39 @@ bool JitterGenerator::RunBlock(const double* in, double* out, size_t n, SimdLeve
     m_dJitter = jitter;
     FillTimes(level, tm + W, n0, n, Ts);
 
-    FlatHistory history{this, s, tm, ph, jt, n0, out};
-    const JitterWindow window{s, tm, jt, n0, Latency, static_cast<int>(W), Ts};
-    ResampleBlock(level, window, out, noJitter ? SettledFrom(s, W, n0, n, out) : n, &JitterGenerator::ResampleOne,
-                  &history);
+    // The outputs wait for ResampleBlockRange; the state below is already
+    // that of the end of the block.
+    m_iBlockFirst = n0;
+    m_pBlockOut = out;
+    m_iBlockLength = n;
+    m_iBlockToResample = noJitter ? SettledFrom(s, W, n0, n, out) : n;
+    m_eBlockLevel = level;
 
     std::copy(s + n, s + n + W, m_vSamples.begin());
     std::copy(tm + n, tm + n + W, m_vTimes.begin());
     std::copy(ph + n, ph + n + W, m_vPhases.begin());
     std::copy(jt + n, jt + n + W, m_vJitters.begin());
     m_iSampleCount = n0 + static_cast<int64_t>(n);
-    output[0] = out[n - 1];
     return true;
+}
+
+void JitterGenerator::ResampleBlockRange(size_t from, size_t to) {
+    to = std::min(to, m_iBlockToResample);
+    if (from >= to) return;
+    const size_t W = m_vSamples.size();
+    const double* s = m_vBlockSamples.data() + from;
+    const double* tm = m_vBlockTimes.data() + from;
+    const int* ph = m_vBlockPhases.data() + from;
+    const double* jt = m_vBlockJitters.data() + from;
+    const int64_t first = m_iBlockFirst + static_cast<int64_t>(from);
+    FlatHistory history{this, s, tm, ph, jt, first, m_pBlockOut + from};
+    const JitterWindow window{s, tm, jt, first, Latency, static_cast<int>(W), SampleInterval};
+    ResampleBlock(m_eBlockLevel, window, m_pBlockOut + from, to - from, &JitterGenerator::ResampleOne, &history);
+}
+
+void JitterGenerator::EndBlock() {
+    if (m_iBlockLength > 0) output[0] = m_pBlockOut[m_iBlockLength - 1];
+    m_iBlockLength = 0;
 }
 
 // Without jitter, an output whose whole window holds one finite value c (a

@@ -55,6 +55,14 @@ public:
     // Returns false, touching nothing, where Run would fail.
     // The level only chooses how many outputs are interpolated side by side.
     bool RunBlock(const double* in, double* out, size_t n, SimdLevel level);
+    // RunBlock in three steps, so that the resampling can run alongside other
+    // work: BeginBlock does everything but the interpolation (the block's
+    // state is final after it), ResampleBlockRange(from, to) computes
+    // out[from..to), EndBlock sets the output port once all are done. `in`
+    // may be overwritten after BeginBlock; `out` must stay until EndBlock.
+    bool BeginBlock(const double* in, double* out, size_t n, SimdLevel level);
+    void ResampleBlockRange(size_t from, size_t to);
+    void EndBlock();
 
     // Takes the draws still owed to the generators. Without RJ and DJ the
     // offsets do not depend on the draws, so they are only counted; call
@@ -80,6 +88,12 @@ private:
                     const double* jitters) const;
 
     uint64_t m_iOwedDraws = 0;  // draws counted but not yet taken (see SettleDraws)
+    // The block between BeginBlock and EndBlock.
+    int64_t m_iBlockFirst = 0;        // sample count of its first firing
+    double* m_pBlockOut = nullptr;
+    size_t m_iBlockLength = 0;
+    size_t m_iBlockToResample = 0;    // outputs from here on were filled in (a settled tail)
+    SimdLevel m_eBlockLevel = SimdLevel::Scalar;
 
     // Block-path scratch: the history followed by the block, laid out flat.
     std::vector<double> m_vBlockSamples;
