@@ -62,6 +62,7 @@ bool JitterGenerator::Initialize() {
     m_pNormal = new CNormal(0.0, 1.0, kJitterSeed);
     delete m_pUniform;
     m_pUniform = new CUniform(-DJ * 0.5, 0.5 * DJ, kJitterSeed);
+    m_bNoDeterministicJitter = DJ == 0.0;
 
     // The history starts as W silent samples at the W instants before time 0,
     // with the bit phases they would have had counting back from the end.
@@ -119,7 +120,7 @@ double JitterGenerator::DrawJitter() {
     const double Ts = SampleInterval;
     const int L = Latency;
     double j;
-    if (RJ == 0.0 && DJ == 0.0) {
+    if (RJ == 0.0 && m_bNoDeterministicJitter) {
         // The sum is +0.0 whatever the draws (see HasNoJitter); they are
         // owed to the generators and taken only when they can matter.
         ++m_iOwedDraws;
@@ -348,12 +349,16 @@ size_t JitterGenerator::SettledFrom(const double* s, size_t W, int64_t n0, size_
     return first;
 }
 
-// With RJ = DJ = 0 a drawn offset is +0.0 whatever the generators give: a
-// finite Gaussian draw times a zero plus a uniform draw on a zero-width
-// interval, and for L >= 1 the clamp keeps it. The offsets in force must be
-// +0.0 already (bit for bit), and the phase within range.
+// With RJ = 0, and DJ = 0 when the generators were made, a drawn offset is
+// +0.0 whatever the generators give: a finite Gaussian draw times a zero plus
+// a uniform draw on an interval of zero width from a zero (of either sign,
+// the sum is +0.0). The clamp must keep it (it does for L >= 1 and a
+// positive or NaN Ts), the offsets in force must be +0.0 already (bit for
+// bit), and the phase within range.
 bool JitterGenerator::HasNoJitter() const {
-    if (!(RJ == 0.0 && DJ == 0.0) || Latency < 1 || SamplesPerBit < 2 || m_iBitPhase < 0 ||
+    const double bound = SampleInterval * (Latency - 1);
+    if (!(RJ == 0.0 && m_bNoDeterministicJitter) || Latency < 1 || 0.0 > bound ||
+        (-SampleInterval) * (Latency - 1) > 0.0 || SamplesPerBit < 2 || m_iBitPhase < 0 ||
         m_iBitPhase >= SamplesPerBit || !IsPositiveZero(m_dJitter))
         return false;
     return std::all_of(m_vJitters.begin(), m_vJitters.end(), IsPositiveZero);

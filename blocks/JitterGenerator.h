@@ -88,6 +88,7 @@ private:
                     const double* jitters) const;
 
     uint64_t m_iOwedDraws = 0;  // draws counted but not yet taken (see SettleDraws)
+    bool m_bNoDeterministicJitter = false;  // the uniform generator was made for DJ = 0
     // The block between BeginBlock and EndBlock.
     int64_t m_iBlockFirst = 0;        // sample count of its first firing
     double* m_pBlockOut = nullptr;
