@@ -51,7 +51,9 @@ public:
     bool Finalize() override;
 
     // n firings at once: in[i] is the input of firing i, out[i] its output.
-    // Same operations in the same order as Run and the same state afterwards.
+    // The same bits as Run and the same state afterwards (draws owed to the
+    // generators included, see SettleDraws); without jitter the bit phase is
+    // counted through whole runs and settled values skip the interpolation.
     // Returns false, touching nothing, where Run would fail.
     // The level only chooses how many outputs are interpolated side by side.
     bool RunBlock(const double* in, double* out, size_t n, SimdLevel level);
