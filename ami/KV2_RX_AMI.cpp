@@ -9,6 +9,7 @@
 #include <string>
 
 #include "ami/AMIContainer.h"
+#include "ami/FpEnvironmentGuard.h"
 #include "amiparams/ParamParser.h"
 
 namespace {
@@ -121,6 +122,7 @@ extern "C" {
 long AMI_Init(double* /*impulse_matrix*/, long /*row_size*/, long /*aggressors*/,
               double sample_interval, double bit_time, char* AMI_parameters_in,
               char** /*AMI_parameters_out*/, void** AMI_memory_handle, char** msg) {
+    const TesselModelBuilder::FpEnvironmentGuard fpEnvironment;
     PrepareThreadForExceptions();
     if (AMI_memory_handle == nullptr) {
         if (msg != nullptr) *msg = kNoHandleMessage;
@@ -149,6 +151,7 @@ long AMI_Init(double* /*impulse_matrix*/, long /*row_size*/, long /*aggressors*/
 
 long AMI_GetWave(double* wave, long wave_size, double* clock_times, char** /*AMI_parameters_out*/,
                  void* AMI_memory) {
+    const TesselModelBuilder::FpEnvironmentGuard fpEnvironment;
     PrepareThreadForExceptions();
     AMIContainer* c = AMIContainer::FromHandle(AMI_memory);
     if (c == nullptr || wave_size < 0 || (wave == nullptr && wave_size > 0)) return 0;
@@ -175,6 +178,7 @@ long AMI_GetWave(double* wave, long wave_size, double* clock_times, char** /*AMI
 }
 
 long AMI_Close(void* AMI_memory) {
+    const TesselModelBuilder::FpEnvironmentGuard fpEnvironment;
     PrepareThreadForExceptions();
     AMIContainer* c = AMIContainer::FromHandle(AMI_memory);
     if (c == nullptr) return 0;
