@@ -11,6 +11,7 @@
 #include <string>
 
 #include "ami/AMIContainer.h"
+#include "ami/FpEnvironmentGuard.h"
 #include "ami/InstanceRegistry.h"
 #include "amiparams/ParamParser.h"
 
@@ -132,6 +133,7 @@ extern "C" {
 long AMI_Init(double* /*impulse_matrix*/, long /*row_size*/, long /*aggressors*/,
               double sample_interval, double bit_time, char* AMI_parameters_in,
               char** /*AMI_parameters_out*/, void** AMI_memory_handle, char** msg) {
+    const TesselModelBuilder::FpEnvironmentGuard fpEnvironment;
     PrepareThreadForExceptions();
     if (AMI_memory_handle == nullptr) {
         if (msg != nullptr) *msg = kNoHandleMessage;
@@ -168,6 +170,7 @@ long AMI_Init(double* /*impulse_matrix*/, long /*row_size*/, long /*aggressors*/
 
 long AMI_GetWave(double* wave, long wave_size, double* clock_times, char** /*AMI_parameters_out*/,
                  void* AMI_memory) {
+    const TesselModelBuilder::FpEnvironmentGuard fpEnvironment;
     PrepareThreadForExceptions();
     AMIContainer* c = Live(AMI_memory);
     if (c == nullptr || wave_size < 0 || (wave == nullptr && wave_size > 0)) return 0;
@@ -194,6 +197,7 @@ long AMI_GetWave(double* wave, long wave_size, double* clock_times, char** /*AMI
 }
 
 long AMI_Close(void* AMI_memory) {
+    const TesselModelBuilder::FpEnvironmentGuard fpEnvironment;
     PrepareThreadForExceptions();
     if (!InstanceRegistry::Remove(AMI_memory)) return 0;
     AMIContainer* c = static_cast<AMIContainer*>(AMI_memory);

@@ -141,6 +141,12 @@ bool BesselLPF::Run() {
 // x[t] at index; the block path unrolls it into a flat history, runs the sums
 // there, and folds the newest samples back where n firings would have put them.
 const double* BesselLPF::BeginBlock(const double* in, size_t n) {
+    double* x = OpenBlock(n);
+    if (x != nullptr) std::copy(in, in + n, x + (m_vTaps.size() - 1));
+    return x;
+}
+
+double* BesselLPF::OpenBlock(size_t n) {
     if (!IsDesigned()) return nullptr;
     const size_t T = m_vTaps.size();
     const size_t index = static_cast<size_t>(m_iDelayIndex);
@@ -150,7 +156,6 @@ const double* BesselLPF::BeginBlock(const double* in, size_t n) {
     size_t k = 1;
     for (; k < T && index + k < T; ++k) x[T - 1 - k] = line[index + k];
     for (; k < T; ++k) x[T - 1 - k] = line[index + k - T];
-    std::copy(in, in + n, x + (T - 1));
     return x;
 }
 
@@ -159,13 +164,14 @@ void BesselLPF::EndBlock(const double* in, size_t n, double lastOutput) {
     const size_t T = m_vTaps.size();
     const size_t index = static_cast<size_t>(m_iDelayIndex);
     double* line = m_vDelayLine.data();
-    // Firing i stores its sample at (index - i) mod T.
+    // Firing i stores its sample at (index - i) mod T: the kept samples go
+    // down the line from `position`, wrapping once from 0 to T - 1.
     const size_t kept = n < T ? n : T;
-    size_t position = (index + T - (n - kept) % T) % T;
-    for (size_t i = n - kept; i < n; ++i) {
-        line[position] = in[i];
-        position = position == 0 ? T - 1 : position - 1;
-    }
+    const size_t position = (index + T - (n - kept) % T) % T;
+    const double* newest = in + n - kept;
+    const size_t first = std::min(kept, position + 1);
+    for (size_t i = 0; i < first; ++i) line[position - i] = newest[i];
+    for (size_t i = first; i < kept; ++i) line[T - 1 - (i - first)] = newest[i];
     m_iDelayIndex = static_cast<int32_t>((index + T - n % T) % T);
     output[0] = lastOutput;
 }

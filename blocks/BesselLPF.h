@@ -45,6 +45,9 @@ public:
     // the sums read, or null when the filter is not designed; EndBlock then
     // leaves the state that n firings leave.
     const double* BeginBlock(const double* in, size_t n);
+    // BeginBlock without the copy: the caller writes the n new inputs at
+    // x + T - 1 before the sums read them.
+    double* OpenBlock(size_t n);
     void EndBlock(const double* in, size_t n, double lastOutput);
 
     // Bessel polynomial of the given order at s (orders outside 1..6 use 6).

@@ -5,6 +5,11 @@
 
 #include <immintrin.h>
 
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+
 #include "blocks/FirGroups.h"
 
 namespace TesselModelBuilder {
@@ -26,9 +31,9 @@ void FirScalar(const double* taps, size_t T, const double* x, double* out, size_
 __attribute__((target("avx2"))) void FirAvx2(const double* taps, size_t T, const double* x,
                                              double* out, size_t n) {
     size_t i = 0;
-    for (; i + FirGroupAvx2::kOutputs <= n; i += FirGroupAvx2::kOutputs) {
+    for (; i + FirGroupAvx2Wide::kOutputs <= n; i += FirGroupAvx2Wide::kOutputs) {
         const double* newest = x + (T - 1) + i;
-        FirGroupAvx2 g;
+        FirGroupAvx2Wide g;
         Clear(g);
         for (size_t k = 0; k < T; ++k) AddTap(g, taps[k], newest - k);
         Store(g, out + i);
@@ -46,9 +51,9 @@ __attribute__((target("avx2"))) void FirAvx2(const double* taps, size_t T, const
 __attribute__((target("avx512f"))) void FirAvx512(const double* taps, size_t T, const double* x,
                                                   double* out, size_t n) {
     size_t i = 0;
-    for (; i + FirGroupAvx512::kOutputs <= n; i += FirGroupAvx512::kOutputs) {
+    for (; i + FirGroupAvx512Wide::kOutputs <= n; i += FirGroupAvx512Wide::kOutputs) {
         const double* newest = x + (T - 1) + i;
-        FirGroupAvx512 g;
+        FirGroupAvx512Wide g;
         Clear(g);
         for (size_t k = 0; k < T; ++k) AddTap(g, taps[k], newest - k);
         Store(g, out + i);
@@ -63,15 +68,57 @@ __attribute__((target("avx512f"))) void FirAvx512(const double* taps, size_t T, 
     FirScalar(taps, T, x, out, i, n);
 }
 
-}  // namespace
-
-void FirBlock(SimdLevel level, const double* taps, size_t T, const double* x, double* out,
-              size_t n) {
+void FirDispatch(SimdLevel level, const double* taps, size_t T, const double* x, double* out,
+                 size_t n) {
     switch (level) {
         case SimdLevel::Avx512: FirAvx512(taps, T, x, out, n); break;
         case SimdLevel::Avx2: FirAvx2(taps, T, x, out, n); break;
         default: FirScalar(taps, T, x, out, 0, n); break;
     }
+}
+
+}  // namespace
+
+size_t TrailingRun(const double* x, size_t total) {
+    uint64_t last;
+    std::memcpy(&last, &x[total - 1], sizeof last);
+    size_t r = total - 1;
+    while (r > 0) {
+        uint64_t bits;
+        std::memcpy(&bits, &x[r - 1], sizeof bits);
+        if (bits != last) break;
+        --r;
+    }
+    return r;
+}
+
+// Start of the trailing run of zeros of either sign in x[0..total).
+size_t TrailingZeros(const double* x, size_t total) {
+    size_t r = total;
+    while (r > 0 && x[r - 1] == 0.0) --r;
+    return r;
+}
+
+// Outputs whose whole window holds one repeated value (a settled tail) are
+// the same sum over the same operands: the first of them is computed, the
+// others copy it. A window of zeros, whatever their signs, sums to +0.0 as
+// long as the taps are finite: every product is a zero and the sum starts
+// from +0.0, which adding a zero of either sign leaves as it is.
+void FirBlock(SimdLevel level, const double* taps, size_t T, const double* x, double* out,
+              size_t n) {
+    if (n == 0) return;
+    const size_t total = T - 1 + n;  // output i reads x[i .. i + T - 1]
+    if (x[total - 1] == 0.0 && std::all_of(taps, taps + T, [](double t) { return std::isfinite(t); })) {
+        const size_t run = TrailingZeros(x, total);
+        const size_t computed = std::min(run, n);
+        FirDispatch(level, taps, T, x, out, computed);
+        std::fill(out + computed, out + n, 0.0);
+        return;
+    }
+    const size_t run = TrailingRun(x, total);
+    const size_t computed = run < n ? run + 1 : n;
+    FirDispatch(level, taps, T, x, out, computed);
+    for (size_t i = computed; i < n; ++i) out[i] = out[run];
 }
 
 }  // namespace TesselModelBuilder

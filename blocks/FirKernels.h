@@ -13,6 +13,10 @@
 
 namespace TesselModelBuilder {
 
+// Start of the trailing run of x[0..total) whose samples all have the bits of
+// x[total - 1]; total >= 1.
+size_t TrailingRun(const double* x, size_t total);
+
 // x holds T - 1 samples of history followed by the n samples of the block.
 void FirBlock(SimdLevel level, const double* taps, size_t T, const double* x, double* out,
               size_t n);

@@ -15,10 +15,19 @@
 
 namespace TesselModelBuilder {
 
+// The producer of the FIR's new inputs, when they are not all there yet:
+// produce(context, from, to) writes new inputs [from, to) (at firIn + T - 1
+// + from). It is called in order, one group ahead of the sums that read
+// them, so that it too runs alongside the recurrence.
+struct FirInputProducer {
+    void (*produce)(void* context, size_t from, size_t to);
+    void* context;
+};
+
 // cascade: x[0..n) -> y[0..n); FIR: fir[i] = FirBlock's output i for the
 // flat history firIn (T - 1 past samples, then m new ones), i in [0, m).
 void CascadeWithFir(SimdLevel level, TwoBiquadRecurrence& cascade, const double* x, double* y,
                     size_t n, const double* firTaps, size_t T, const double* firIn, double* fir,
-                    size_t m);
+                    size_t m, const FirInputProducer* producer = nullptr);
 
 }  // namespace TesselModelBuilder

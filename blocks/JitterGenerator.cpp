@@ -4,7 +4,11 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
+#include <cstdint>
+#include <cstring>
 
+#include "blocks/FirKernels.h"
 #include "blocks/JitterKernels.h"
 #include "dataflow/DFErrorHandler.h"
 
@@ -13,6 +17,12 @@ namespace TesselModelBuilder {
 namespace {
 constexpr unsigned long kJitterSeed = 5489;  // every run draws the same jitter
 constexpr double kPi = 3.141592653589793;
+
+bool IsPositiveZero(double v) {
+    uint64_t bits;
+    std::memcpy(&bits, &v, sizeof bits);
+    return bits == 0;
+}
 }  // namespace
 
 JitterGenerator::~JitterGenerator() {
@@ -52,6 +62,7 @@ bool JitterGenerator::Initialize() {
     m_pNormal = new CNormal(0.0, 1.0, kJitterSeed);
     delete m_pUniform;
     m_pUniform = new CUniform(-DJ * 0.5, 0.5 * DJ, kJitterSeed);
+    m_bNoDeterministicJitter = DJ == 0.0;
 
     // The history starts as W silent samples at the W instants before time 0,
     // with the bit phases they would have had counting back from the end.
@@ -65,6 +76,7 @@ bool JitterGenerator::Initialize() {
         m_vPhases[i] = SamplesPerBit - ((W - i) % SamplesPerBit);
     }
     m_iSampleCount = 0;
+    m_iOwedDraws = 0;
     m_dPrevSample = 0.0;
     m_iBitPhase = 0;
     m_dJitter = 0.0;
@@ -96,12 +108,29 @@ void JitterGenerator::Track(double x) {
     if (m_iBitPhase == SamplesPerBit / 2) m_dJitter = DrawJitter();
 }
 
+void JitterGenerator::SettleDraws() {
+    if (m_pNormal == nullptr || m_pUniform == nullptr) m_iOwedDraws = 0;
+    for (; m_iOwedDraws > 0; --m_iOwedDraws) {
+        (*m_pNormal)();
+        (*m_pUniform)();
+    }
+}
+
 double JitterGenerator::DrawJitter() {
     const double Ts = SampleInterval;
     const int L = Latency;
-    const double random = (*m_pNormal)();
-    const double deterministic = (*m_pUniform)();
-    double j = random * RJ + deterministic;
+    double j;
+    if (RJ == 0.0 && m_bNoDeterministicJitter) {
+        // The sum is +0.0 whatever the draws (see HasNoJitter); they are
+        // owed to the generators and taken only when they can matter.
+        ++m_iOwedDraws;
+        j = 0.0;
+    } else {
+        SettleDraws();
+        const double random = (*m_pNormal)();
+        const double deterministic = (*m_pUniform)();
+        j = random * RJ + deterministic;
+    }
     if (j > Ts * (L - 1))
         j = Ts * (L - 1);
     else if ((-Ts) * (L - 1) > j)
@@ -198,6 +227,14 @@ void JitterGenerator::ResampleOne(void* context, size_t i) {
 }
 
 bool JitterGenerator::RunBlock(const double* in, double* out, size_t n, SimdLevel level) {
+    if (!BeginBlock(in, out, n, level)) return false;
+    ResampleBlockRange(0, n);
+    EndBlock();
+    return true;
+}
+
+bool JitterGenerator::BeginBlock(const double* in, double* out, size_t n, SimdLevel level) {
+    m_iBlockLength = 0;
     if (!IsReady()) return false;
     if (n == 0) return true;
     const size_t W = m_vSamples.size();
@@ -226,7 +263,19 @@ bool JitterGenerator::RunBlock(const double* in, double* out, size_t n, SimdLeve
     const int SPB = SamplesPerBit;
     const int mid = SPB / 2;
     const double Ts = SampleInterval;
-    for (size_t i = 0; i < n; ++i) {
+    size_t i = 0;
+    const bool noJitter = HasNoJitter();
+    if (noJitter) {
+        // Every offset is +0.0: only the samples enter the resampling. The
+        // phases of all but the last W samples are never read, so they are
+        // only counted through, with the draws they call for.
+        const size_t bulk = n > W ? n - W : 0;
+        std::copy(in, in + bulk, s + W);
+        std::fill(jt + W, jt + W + bulk, 0.0);
+        m_iOwedDraws += AdvancePhase(in, bulk, prev, phase, SPB, mid, level);
+        i = bulk;
+    }
+    for (; i < n; ++i) {
         const double x = in[i];
         if (prev * x < 0.0) {
             phase = 0;
@@ -246,17 +295,98 @@ bool JitterGenerator::RunBlock(const double* in, double* out, size_t n, SimdLeve
     m_dJitter = jitter;
     FillTimes(level, tm + W, n0, n, Ts);
 
-    FlatHistory history{this, s, tm, ph, jt, n0, out};
-    const JitterWindow window{s, tm, jt, n0, Latency, static_cast<int>(W), Ts};
-    ResampleBlock(level, window, out, n, &JitterGenerator::ResampleOne, &history);
+    // The outputs wait for ResampleBlockRange; the state below is already
+    // that of the end of the block.
+    m_iBlockFirst = n0;
+    m_pBlockOut = out;
+    m_iBlockLength = n;
+    m_iBlockToResample = noJitter ? SettledFrom(s, W, n0, n, out) : n;
+    m_eBlockLevel = level;
 
     std::copy(s + n, s + n + W, m_vSamples.begin());
     std::copy(tm + n, tm + n + W, m_vTimes.begin());
     std::copy(ph + n, ph + n + W, m_vPhases.begin());
     std::copy(jt + n, jt + n + W, m_vJitters.begin());
     m_iSampleCount = n0 + static_cast<int64_t>(n);
-    output[0] = out[n - 1];
     return true;
+}
+
+void JitterGenerator::ResampleBlockRange(size_t from, size_t to) {
+    to = std::min(to, m_iBlockToResample);
+    if (from >= to) return;
+    const size_t W = m_vSamples.size();
+    const double* s = m_vBlockSamples.data() + from;
+    const double* tm = m_vBlockTimes.data() + from;
+    const int* ph = m_vBlockPhases.data() + from;
+    const double* jt = m_vBlockJitters.data() + from;
+    const int64_t first = m_iBlockFirst + static_cast<int64_t>(from);
+    FlatHistory history{this, s, tm, ph, jt, first, m_pBlockOut + from};
+    const JitterWindow window{s, tm, jt, first, Latency, static_cast<int>(W), SampleInterval};
+    ResampleBlock(m_eBlockLevel, window, m_pBlockOut + from, to - from, &JitterGenerator::ResampleOne, &history);
+}
+
+void JitterGenerator::EndBlock() {
+    if (m_iBlockLength > 0) output[0] = m_pBlockOut[m_iBlockLength - 1];
+    m_iBlockLength = 0;
+}
+
+// Without jitter, an output whose whole window holds one finite value c (a
+// settled tail) is c itself: (tau - t0) (c - c) is a zero, divided by the
+// positive interval t1 - t0 and added to c. That needs the instants strictly
+// increasing (a normal Ts, counts below 2^52) and c not -0.0, whose sum with
+// a zero of either sign depends on that sign. Fills those outputs and
+// returns how many come before them.
+size_t JitterGenerator::SettledFrom(const double* s, size_t W, int64_t n0, size_t n, double* out) const {
+    const double Ts = SampleInterval;
+    const double c = s[W + n - 1];
+    if (!(std::isnormal(Ts) && Ts > 0.0 && std::isfinite(c)) || (c == 0.0 && std::signbit(c)) ||
+        std::llabs(n0) + static_cast<int64_t>(W + n) >= (int64_t{1} << 52))
+        return n;
+    const size_t run = TrailingRun(s, W + n);  // output i reads s[i + 1 .. i + W]
+    const size_t first = run == 0 ? 0 : run - 1;
+    if (first >= n) return n;
+    std::fill(out + first, out + n, c);
+    return first;
+}
+
+// With RJ = 0, and DJ = 0 when the generators were made, a drawn offset is
+// +0.0 whatever the generators give: a finite Gaussian draw times a zero plus
+// a uniform draw on an interval of zero width from a zero (of either sign,
+// the sum is +0.0). The clamp must keep it (it does for L >= 1 and a
+// positive or NaN Ts), the offsets in force must be +0.0 already (bit for
+// bit), and the phase within range.
+bool JitterGenerator::HasNoJitter() const {
+    const double bound = SampleInterval * (Latency - 1);
+    if (!(RJ == 0.0 && m_bNoDeterministicJitter) || Latency < 1 || 0.0 > bound ||
+        (-SampleInterval) * (Latency - 1) > 0.0 || SamplesPerBit < 2 || m_iBitPhase < 0 ||
+        m_iBitPhase >= SamplesPerBit || !IsPositiveZero(m_dJitter))
+        return false;
+    return std::all_of(m_vJitters.begin(), m_vJitters.end(), IsPositiveZero);
+}
+
+// The bit phase over x[0..n) as Track moves it: between two sign changes it
+// steps by one per sample, so each run is counted in one go. Returns how
+// many samples land on mid-bit (one draw each).
+size_t JitterGenerator::AdvancePhase(const double* x, size_t n, double& prev, int& phase, int SPB,
+                                     int mid, SimdLevel level) {
+    size_t draws = 0;
+    size_t i = 0;
+    while (i < n) {
+        if (prev * x[i] < 0.0) {  // phase 0 is never mid-bit (SPB >= 2)
+            phase = 0;
+            prev = x[i++];
+            continue;
+        }
+        const size_t j = NextSignChange(level, x, i + 1, n);
+        const size_t steps = j - i;
+        // Step k (0-based) leaves phase + k + 1, mid-bit when k = toMid (mod SPB).
+        const size_t toMid = static_cast<size_t>(((mid - phase - 1) % SPB + SPB) % SPB);
+        if (steps > toMid) draws += 1 + (steps - 1 - toMid) / static_cast<size_t>(SPB);
+        phase = static_cast<int>((static_cast<size_t>(phase) + steps) % static_cast<size_t>(SPB));
+        prev = x[j - 1];
+        i = j;
+    }
+    return draws;
 }
 
 bool JitterGenerator::Finalize() {

@@ -51,10 +51,25 @@ public:
     bool Finalize() override;
 
     // n firings at once: in[i] is the input of firing i, out[i] its output.
-    // Same operations in the same order as Run and the same state afterwards.
+    // The same bits as Run and the same state afterwards (draws owed to the
+    // generators included, see SettleDraws); without jitter the bit phase is
+    // counted through whole runs and settled values skip the interpolation.
     // Returns false, touching nothing, where Run would fail.
     // The level only chooses how many outputs are interpolated side by side.
     bool RunBlock(const double* in, double* out, size_t n, SimdLevel level);
+    // RunBlock in three steps, so that the resampling can run alongside other
+    // work: BeginBlock does everything but the interpolation (the block's
+    // state is final after it), ResampleBlockRange(from, to) computes
+    // out[from..to), EndBlock sets the output port once all are done. `in`
+    // may be overwritten after BeginBlock; `out` must stay until EndBlock.
+    bool BeginBlock(const double* in, double* out, size_t n, SimdLevel level);
+    void ResampleBlockRange(size_t from, size_t to);
+    void EndBlock();
+
+    // Takes the draws still owed to the generators. Without RJ and DJ the
+    // offsets do not depend on the draws, so they are only counted; call
+    // this before reading the generators directly.
+    void SettleDraws();
 
 private:
     bool IsReady() const;
@@ -62,11 +77,26 @@ private:
     void Track(double x);
     // The offset of a new bit: N(0,1) RJ + U(-DJ/2, DJ/2), clamped to ±Ts (L - 1).
     double DrawJitter();
+    // True when every offset is, and stays, +0.0 (no RJ, no DJ).
+    bool HasNoJitter() const;
+    static size_t AdvancePhase(const double* x, size_t n, double& prev, int& phase, int SPB, int mid,
+                               SimdLevel level);
+    // Outputs at the end of a block that settled on one value, filled in.
+    size_t SettledFrom(const double* s, size_t W, int64_t n0, size_t n, double* out) const;
     // Block-path fallback: firing i of the flat history in `context`.
     static void ResampleOne(void* context, size_t i);
     // The output of firing n from a history window of W entries, oldest first.
     double Resample(int64_t n, const double* samples, const double* times, const int* phases,
                     const double* jitters) const;
+
+    uint64_t m_iOwedDraws = 0;  // draws counted but not yet taken (see SettleDraws)
+    bool m_bNoDeterministicJitter = false;  // the uniform generator was made for DJ = 0
+    // The block between BeginBlock and EndBlock.
+    int64_t m_iBlockFirst = 0;        // sample count of its first firing
+    double* m_pBlockOut = nullptr;
+    size_t m_iBlockLength = 0;
+    size_t m_iBlockToResample = 0;    // outputs from here on were filled in (a settled tail)
+    SimdLevel m_eBlockLevel = SimdLevel::Scalar;
 
     // Block-path scratch: the history followed by the block, laid out flat.
     std::vector<double> m_vBlockSamples;

@@ -126,7 +126,40 @@ __attribute__((target("avx512f"))) void ResampleAvx512(const JitterWindow& w, do
     ResampleScalar(i, n, fallback, context);
 }
 
+size_t NextSignChangeScalar(const double* x, size_t j, size_t n) {
+    while (j < n && !(x[j - 1] * x[j] < 0.0)) ++j;
+    return j;
+}
+
+__attribute__((target("avx2"))) size_t NextSignChangeAvx2(const double* x, size_t j, size_t n) {
+    const __m256d zero = _mm256_setzero_pd();
+    for (; j + 4 <= n; j += 4) {
+        const __m256d product = _mm256_mul_pd(_mm256_loadu_pd(x + j - 1), _mm256_loadu_pd(x + j));
+        const int lanes = _mm256_movemask_pd(_mm256_cmp_pd(product, zero, _CMP_LT_OQ));
+        if (lanes != 0) return j + static_cast<size_t>(__builtin_ctz(static_cast<unsigned>(lanes)));
+    }
+    return NextSignChangeScalar(x, j, n);
+}
+
+__attribute__((target("avx512f"))) size_t NextSignChangeAvx512(const double* x, size_t j, size_t n) {
+    const __m512d zero = _mm512_setzero_pd();
+    for (; j + 8 <= n; j += 8) {
+        const __m512d product = _mm512_mul_pd(_mm512_loadu_pd(x + j - 1), _mm512_loadu_pd(x + j));
+        const unsigned lanes = _mm512_cmp_pd_mask(product, zero, _CMP_LT_OQ);
+        if (lanes != 0) return j + static_cast<size_t>(__builtin_ctz(lanes));
+    }
+    return NextSignChangeScalar(x, j, n);
+}
+
 }  // namespace
+
+size_t NextSignChange(SimdLevel level, const double* x, size_t from, size_t n) {
+    switch (level) {
+        case SimdLevel::Avx512: return NextSignChangeAvx512(x, from, n);
+        case SimdLevel::Avx2: return NextSignChangeAvx2(x, from, n);
+        default: return NextSignChangeScalar(x, from, n);
+    }
+}
 
 void FillTimes(SimdLevel level, double* times, int64_t first, size_t n, double sampleInterval) {
     switch (level) {

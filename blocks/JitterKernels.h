@@ -29,6 +29,10 @@ struct JitterWindow {
 // consecutive samples, each computed exactly as the per-sample path does.
 void FillTimes(SimdLevel level, double* times, int64_t first, size_t n, double sampleInterval);
 
+// The first j in [from, n) where x[j - 1] * x[j] < 0 (a strict sign change,
+// the test the bit-phase tracking makes), or n; from >= 1.
+size_t NextSignChange(SimdLevel level, const double* x, size_t from, size_t n);
+
 // Computes out[i] for i in [0, n); calls fallback(context, i) for every
 // firing the vector form does not cover.
 void ResampleBlock(SimdLevel level, const JitterWindow& window, double* out, size_t n,

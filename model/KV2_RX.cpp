@@ -3,8 +3,10 @@
 #include "model/KV2_RX.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 
+#include "blocks/FirKernels.h"
 #include "blocks/FusedKernels.h"
 #include "dataflow/DFErrorHandler.h"
 
@@ -65,6 +67,21 @@ template <typename T>
 void Release(T*& storage) {
     delete[] storage;
     storage = nullptr;
+}
+
+// The delay block's interpolation of its open block, as the FIR's producer.
+void ResampleDelay(void* jitter, size_t from, size_t to) {
+    static_cast<JitterGenerator*>(jitter)->ResampleBlockRange(from, to);
+}
+
+// Exact +0.0 in every sample: the input under which the filter's tail cycles.
+bool AllPositiveZero(const double* x, size_t n) {
+    for (size_t i = 0; i < n; ++i) {
+        uint64_t bits;
+        std::memcpy(&bits, &x[i], sizeof bits);
+        if (bits != 0) return false;
+    }
+    return true;
 }
 
 void PreparePort(CircularBufferBase& port) {
@@ -199,6 +216,7 @@ void KV2_RX::RunBlock(double* wave, size_t n, SimdLevel level) {
     SDomainIIR& filter = bank.Filter(EQ);
     const double lastInput = wave[n - 1];  // the wave is overwritten in place
     m_vBlockScratch.resize(3 * kBlockChunk);
+    m_cZeroInput.Reserve();
     double* filtered = m_vBlockScratch.data();
     double* delayed[2] = {filtered + kBlockChunk, filtered + 2 * kBlockChunk};
 
@@ -211,25 +229,40 @@ void KV2_RX::RunBlock(double* wave, size_t n, SimdLevel level) {
         }
     } else {
         // A software pipeline over the chunks: the recurrence of chunk c runs
-        // together with the FIR sums of chunk c - 1, whose delayed samples are
-        // complete by then; the last chunk's sums follow on their own.
+        // together with the interpolation of the delay block and the FIR sums
+        // of chunk c - 1, whose filtered samples are complete by then; the
+        // last chunk's follow on their own. The delay block writes straight
+        // into the FIR's flat input.
         TwoBiquadRecurrence cascade(filter.m_pTaps, filter.m_pState1, filter.m_pState2);
         const double* taps = B2.m_vTaps.data();
         const size_t T = B2.m_vTaps.size();
-        size_t pendingAt = 0, pending = 0;  // chunk waiting for its FIR sums
+        const FirInputProducer delay{&ResampleDelay, &J1};
+        double* pendingIn = nullptr;  // the FIR's flat input for the chunk waiting for its sums
+        size_t pendingAt = 0, pending = 0;
         for (size_t at = 0; at < n; at += kBlockChunk) {
             const size_t m = std::min(kBlockChunk, n - at);
-            double* previous = delayed[(at / kBlockChunk + 1) % 2];
-            double* current = delayed[(at / kBlockChunk) % 2];
-            const double* history = pending > 0 ? B2.BeginBlock(previous, pending) : nullptr;
-            CascadeWithFir(level, cascade, wave + at, filtered, m, taps, T, history,
-                           wave + pendingAt, pending);
-            if (pending > 0) B2.EndBlock(previous, pending, wave[pendingAt + pending - 1]);
-            J1.RunBlock(filtered, current, m, level);
+            if (AllPositiveZero(wave + at, m)) {
+                m_cZeroInput.Run(cascade, filtered, m);
+                J1.ResampleBlockRange(0, pending);
+                if (pending > 0) FirBlock(level, taps, T, pendingIn, wave + pendingAt, pending);
+            } else {
+                m_cZeroInput.Reset();
+                CascadeWithFir(level, cascade, wave + at, filtered, m, taps, T, pendingIn,
+                               wave + pendingAt, pending, &delay);
+            }
+            if (pending > 0) {
+                J1.EndBlock();
+                B2.EndBlock(pendingIn + (T - 1), pending, wave[pendingAt + pending - 1]);
+            }
+            pendingIn = B2.OpenBlock(m);
+            J1.BeginBlock(filtered, pendingIn + (T - 1), m, level);
             pendingAt = at;
             pending = m;
         }
-        B2.RunBlock(delayed[((n - 1) / kBlockChunk) % 2], wave + pendingAt, pending, level);
+        J1.ResampleBlockRange(0, pending);
+        J1.EndBlock();
+        FirBlock(level, taps, T, pendingIn, wave + pendingAt, pending);
+        B2.EndBlock(pendingIn + (T - 1), pending, wave[pendingAt + pending - 1]);
         cascade.Store(filter.m_pState1, filter.m_pState2);
         filter.SetTwoBiquadOutputs(cascade.y, filtered[pending - 1]);
     }

@@ -13,6 +13,7 @@
 #include "blocks/JitterGenerator.h"
 #include "blocks/SDomainIIR.h"
 #include "blocks/SimdLevel.h"
+#include "blocks/ZeroInputCycle.h"
 #include "dataflow/CircularBuffer.h"
 #include "dataflow/ConstUnTimed.h"
 #include "dataflow/DFModel.h"
@@ -145,10 +146,13 @@ public:
     // blocks are left as the per-sample path leaves them.
     bool CanRunBlock() const;
     void RunBlock(double* wave, size_t n, SimdLevel level);
+    // The selected filter's zero-input cycle, as far as the block path found it.
+    const ZeroInputCycle& ZeroInputTail() const { return m_cZeroInput; }
 
 private:
     static constexpr size_t kBlockChunk = 256;  // samples per pass; bounds the scratch
     std::vector<double> m_vBlockScratch;         // 3 * kBlockChunk: filter output, two delay outputs
+    ZeroInputCycle m_cZeroInput;                 // the selected filter under zero input
 };
 
 }  // namespace TesselModelBuilder

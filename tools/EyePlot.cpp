@@ -78,6 +78,15 @@ void EyePlot::Fill(int x0, int y0, int x1, int y1, uint8_t r, uint8_t g, uint8_t
         }
 }
 
+void EyePlot::Line(int x0, int y0, int x1, int y1, uint8_t r, uint8_t g, uint8_t b) {
+    const int steps = std::max(std::abs(x1 - x0), std::abs(y1 - y0));
+    for (int s = 0; s <= steps; ++s) {
+        const int x = x0 + (steps ? (x1 - x0) * s / steps : 0);
+        const int y = y0 + (steps ? (y1 - y0) * s / steps : 0);
+        Fill(x, y, x, y, r, g, b);
+    }
+}
+
 void EyePlot::Text(int x, int y, const std::string& text, int scale, uint8_t r, uint8_t g, uint8_t b) {
     for (char c : text) {
         const char* at = std::strchr(kGlyphChars, std::toupper(static_cast<unsigned char>(c)));

@@ -36,9 +36,14 @@ public:
     // Throws HostError(kOutputFailed) when the file cannot be written.
     void WritePng(const std::string& path) const;
 
-private:
+    // Drawing primitives, also for the other plots of the host (datasheet,
+    // statistical eye): a filled rectangle (corners included, clipped), a
+    // line, and text in the built-in font (scale 1: 5 x 7 pixels a glyph).
     void Fill(int x0, int y0, int x1, int y1, uint8_t r, uint8_t g, uint8_t b);
+    void Line(int x0, int y0, int x1, int y1, uint8_t r, uint8_t g, uint8_t b);
     void Text(int x, int y, const std::string& text, int scale, uint8_t r, uint8_t g, uint8_t b);
+
+private:
 
     int m_iWidth, m_iHeight;
     std::vector<uint8_t> m_vPixels;

@@ -9,20 +9,29 @@
 #include <filesystem>
 #include <fstream>
 #include <mutex>
+#include <sstream>
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <thread>
 
 #include "tools/AmiFile.h"
 #include "tools/AmiLibrary.h"
 #include "tools/Channel.h"
+#include "tools/Datasheet.h"
 #include "tools/EyeMetrics.h"
 #include "tools/EyePlot.h"
 #include "tools/HostError.h"
+#include "tools/IbsFile.h"
 #include "tools/JsonWriter.h"
 #include "tools/ModelRun.h"
 #include "tools/ParameterString.h"
 #include "tools/Prbs.h"
 #include "tools/ProgressBar.h"
+#include "tools/PulseResponse.h"
+#include "tools/RateMatch.h"
+#include "tools/StatEye.h"
+#include "tools/StatEyeReport.h"
+#include "tools/TouchstoneChannel.h"
 #include "tools/WaveformFile.h"
 
 namespace amihost {
@@ -37,6 +46,8 @@ const int kImpulseUI = 32;
 // Every run's output is kept for the report: at most this many samples over
 // all runs (1 GiB of them), refused before anything is allocated.
 const size_t kMaxSamples = size_t(1) << 27;
+// Length of the pulse responses of the statistical eye, in UI.
+const int kPulseUI = 128;
 
 struct Stimulus {
     std::vector<double> vWave;      // what the model receives, V
@@ -45,8 +56,11 @@ struct Stimulus {
     double dBitTime = 0.0;          // s
     int iSamplesPerBit = 0;
     std::vector<double> vImpulse;   // channel response to a one-sample unit pulse
+    std::vector<double> vPulse;     // channel response to a one-UI unit pulse (PRBS only)
     std::string sDescription;
     bool bChannel = false;
+    std::string sChannel;           // one line describing the channel
+    double dLossAtNyquist = 0.0;    // dB
 };
 
 // One setting's run and its eye.
@@ -76,7 +90,9 @@ std::string TooMany(const std::string& what, size_t runs) {
            " is more than the " + std::to_string(kMaxSamples) + " samples amihost keeps in memory";
 }
 
-Stimulus MakeStimulus(const HostOptions& o, size_t runs) {
+// terminationOhms: the receiver's input resistance per leg (0: matched).
+// runs: how many outputs of the waveform's length are kept.
+Stimulus MakeStimulus(const HostOptions& o, double terminationOhms, size_t runs) {
     if (o.iSamplesPerBit < 1) throw HostError(ExitCode::kBadParameter, "--samples-per-bit must be at least 1");
     if (!(o.dBitRate > 0.0) || !std::isfinite(o.dBitRate))
         throw HostError(ExitCode::kBadParameter, "--bit-rate must be positive");
@@ -120,14 +136,29 @@ Stimulus MakeStimulus(const HostOptions& o, size_t runs) {
     for (uint8_t b : s.vBits) s.vWave.insert(s.vWave.end(), o.iSamplesPerBit, b ? o.dAmplitude : -o.dAmplitude);
     s.vImpulse.assign(impulseLength + 1, 0.0);
     s.vImpulse[1] = 1.0;
-    if (o.bChannel) {
+    s.vPulse.assign(static_cast<size_t>(kPulseUI) * o.iSamplesPerBit + 1, 0.0);
+    std::fill(s.vPulse.begin() + 1, s.vPulse.begin() + 1 + o.iSamplesPerBit, 1.0);
+    if (o.bChannel && !o.sChannelFile.empty()) {
+        const TouchstoneChannel channel(o.sChannelFile, o.sPorts, s.dSampleInterval, terminationOhms);
+        channel.Process(s.vWave);
+        channel.Process(s.vImpulse);
+        channel.Process(s.vPulse);
+        s.bChannel = true;
+        s.dLossAtNyquist = channel.LossDb(0.5 / s.dBitTime);
+        s.sChannel = channel.Describe() + "; loss " + Fmt("%.1f", s.dLossAtNyquist) + " dB at Nyquist (" +
+                     Fmt("%g", 0.5e-9 / s.dBitTime) + " GHz)";
+    } else if (o.bChannel) {
         const Channel channel(Channel::DefaultCorners(), s.dSampleInterval);
         channel.Process(s.vWave);
         channel.Process(s.vImpulse);
+        channel.Process(s.vPulse);
         s.bChannel = true;
+        s.dLossAtNyquist = channel.LossDb(0.5 / s.dBitTime);
+        s.sChannel = Host::ChannelSummary(1.0 / s.dBitTime);
     }
     // The leading zero only kept the pulse off the filter's settled start.
     s.vImpulse.erase(s.vImpulse.begin());
+    s.vPulse.erase(s.vPulse.begin());
     s.sDescription = "PRBS" + std::to_string(o.iPrbs) + " NRZ, " + std::to_string(o.nBits) + " bits at " +
                      Fmt("%g", o.dBitRate / 1e9) + " Gb/s, " + std::to_string(o.iSamplesPerBit) +
                      " samples/bit, +/-" + Fmt("%g", o.dAmplitude) + " V";
@@ -237,6 +268,78 @@ std::string FileLabel(const std::string& param, const std::string& value) {
     return s;
 }
 
+nlohmann::ordered_json RateJson(const RateMatchResult& rate) {
+    nlohmann::ordered_json list = nlohmann::ordered_json::array();
+    for (const RateSetting& r : rate.vSettings)
+        list.push_back({{"parameter", r.sName},
+                        {"host_value", r.sHostValue},
+                        {"used_value", r.sUsedValue},
+                        {"set_by_user", r.bOverridden},
+                        {"agrees", r.bAgrees}});
+    return {{"settings", list}, {"warnings", rate.vWarnings}};
+}
+
+void PrintRate(const RateMatchResult& rate, std::ostream& out) {
+    for (const RateSetting& r : rate.vSettings)
+        if (r.bAgrees)
+            out << "timing     : " << r.sName << " " << r.sUsedValue << (r.bOverridden ? " (set by you)" : " (set by the host)")
+                << "\n";
+    for (const std::string& w : rate.vWarnings) out << w << "\n";
+}
+
+void CreateOutDir(const std::string& dir) {
+    std::error_code ec;
+    std::filesystem::create_directories(dir, ec);
+    if (ec) throw HostError(ExitCode::kOutputFailed, "cannot create output folder " + dir + ": " + ec.message());
+}
+
+// Samples of the step-response runs, and where the step starts: long enough
+// for the slowest equalizer pole to settle.
+const size_t kStepLength = 65536;
+const size_t kStepLead = 1024;
+
+int RunDatasheet(const HostOptions& o, const AmiLibrary& lib, ParameterString base, std::ostream& out,
+                 const AmiFile& ami) {
+    if (o.iSamplesPerBit < 1) throw HostError(ExitCode::kBadParameter, "--samples-per-bit must be at least 1");
+    const double dt = 1.0 / (o.dBitRate * o.iSamplesPerBit);
+    const RateMatchResult rate = RateMatch::Apply(base, ami, o.vSets, dt, o.iSamplesPerBit);
+    out << "library    : " << o.sLibrary << "\n";
+    out << "ami file   : " << o.sAmiFile << " (root " << ami.RootName() << ")\n";
+    out << "datasheet  : unit step through AMI_GetWave, " << kStepLength << " samples of " << Fmt("%g", dt)
+        << " s, per " << o.sSweepParam << " setting\n";
+    PrintRate(rate, out);
+    const std::vector<std::string> values = base.SweepValues(o.sSweepParam);
+    std::vector<DatasheetRow> rows;
+    ProgressBar progress(values.size(), "datasheet", o.bProgress);
+    for (const std::string& v : values) {
+        ParameterString p = base;
+        p.Set(o.sSweepParam, v);
+        RunSettings settings;
+        settings.sParameters = p.Text();
+        settings.dSampleInterval = dt;
+        settings.dBitTime = dt * o.iSamplesPerBit;
+        settings.nBlock = std::min(o.nBlock, kStepLength);
+        const std::vector<double> step = PulseResponse::ModelStep(lib, settings, kStepLead, kStepLength);
+        rows.push_back(Datasheet::Measure(step, kStepLead, dt));
+        rows.back().sValue = v;
+        ++progress.Counter();
+    }
+    progress.Finish();
+    out << Datasheet::Table(o.sSweepParam, rows);
+
+    CreateOutDir(o.sOutDir);
+    const std::string png = (std::filesystem::path(o.sOutDir) / "datasheet.png").string();
+    const std::string json = (std::filesystem::path(o.sOutDir) / "summary.json").string();
+    Datasheet::Plot(o.sSweepParam, rows, std::min(0.5 / dt, 25e9), png);
+    nlohmann::ordered_json doc = {{"library", o.sLibrary},       {"ami_file", o.sAmiFile},
+                                  {"root", ami.RootName()},      {"sample_interval_s", dt},
+                                  {"parameter", o.sSweepParam},  {"rate_match", RateJson(rate)},
+                                  {"datasheet", Datasheet::Json(rows)}, {"files", {png, json}}};
+    WriteText(json, doc.dump(2) + "\n");
+    out << "wrote      : " << png << " " << json << "\n";
+    return 0;
+}
+
 }  // namespace
 
 std::string Host::ChannelSummary(double bitRate) {
@@ -245,11 +348,44 @@ std::string Host::ChannelSummary(double bitRate) {
            Fmt("%.1f", channel.LossDb(bitRate / 2.0)) + " dB at Nyquist (" + Fmt("%g", bitRate / 2e9) + " GHz)";
 }
 
-int Host::Run(const HostOptions& o, std::ostream& out) {
+int Host::Run(HostOptions o, std::ostream& out) {
+    IbsReceiver rx;
+    if (!o.sIbsFile.empty()) {
+        rx = IbsFile::Find(o.sIbsFile, o.sComponent, o.sModelName);
+        if (o.sLibrary.empty()) o.sLibrary = rx.sLibrary;
+        if (o.sAmiFile.empty()) o.sAmiFile = rx.sAmiFile;
+        out << "ibis file  : " << o.sIbsFile << ": component " << rx.sComponent << ", model " << rx.sModel
+            << ", executable for " << rx.sPlatform << "; termination "
+            << (rx.dTerminationOhms > 0.0 ? Fmt("%g", rx.dTerminationOhms) + " ohm per leg (" + rx.sTermination + ")"
+                                          : std::string("not given (matched)"))
+            << "\n";
+    }
     const AmiLibrary lib(o.sLibrary);
     const AmiFile ami = AmiFile::Load(o.sAmiFile);
     ParameterString base(ami);
     for (const std::string& s : o.vSets) base.SetAssignment(s);
+
+    if (o.nBlock < 1) throw HostError(ExitCode::kBadParameter, "--block must be at least 1");
+    if (o.bDatasheet) return RunDatasheet(o, lib, base, out, ami);
+    if (o.bStatEye && !o.sInput.empty())
+        throw HostError(ExitCode::kBadParameter, "--stat-eye needs the built-in pattern: the channel of --input is unknown");
+    if (!(o.dNoiseRms >= 0.0) || !(o.dRjRms >= 0.0))
+        throw HostError(ExitCode::kBadParameter, "--noise and --rj must be zero or positive");
+    long ignore = o.iIgnoreBits;
+    if (ignore < 0) {
+        ignore = 100;
+        if (const AmiParameter* p = ami.FindReserved("Ignore_Bits"))
+            if (!p->sDefault.empty()) ignore = std::max(0L, std::strtol(p->sDefault.c_str(), nullptr, 10));
+    }
+    const size_t ignoreBits = static_cast<size_t>(ignore);
+    if (o.sInput.empty() && o.nBits < ignoreBits + 2 * kMaxLatencyUI)
+        throw HostError(ExitCode::kBadParameter, "--bits must be at least " + std::to_string(ignoreBits + 2 * kMaxLatencyUI) +
+                                                     " (the ignored bits plus " + std::to_string(2 * kMaxLatencyUI) +
+                                                     " for the latency search)");
+
+    const size_t runs = o.bSweep ? std::max<size_t>(1, base.SweepValues(o.sSweepParam).size()) : 1;
+    const Stimulus stim = MakeStimulus(o, rx.dTerminationOhms, runs);
+    const RateMatchResult rate = RateMatch::Apply(base, ami, o.vSets, stim.dSampleInterval, stim.iSamplesPerBit);
 
     // One parameter string per run: the swept values, or just the base.
     std::vector<Outcome> outcomes;
@@ -275,26 +411,13 @@ int Host::Run(const HostOptions& o, std::ostream& out) {
         outcomes.push_back(std::move(oc));
     }
 
-    if (o.nBlock < 1) throw HostError(ExitCode::kBadParameter, "--block must be at least 1");
-    long ignore = o.iIgnoreBits;
-    if (ignore < 0) {
-        ignore = 100;
-        if (const AmiParameter* p = ami.FindReserved("Ignore_Bits"))
-            if (!p->sDefault.empty()) ignore = std::max(0L, std::strtol(p->sDefault.c_str(), nullptr, 10));
-    }
-    const size_t ignoreBits = static_cast<size_t>(ignore);
-    if (o.sInput.empty() && o.nBits < ignoreBits + 2 * kMaxLatencyUI)
-        throw HostError(ExitCode::kBadParameter, "--bits must be at least " + std::to_string(ignoreBits + 2 * kMaxLatencyUI) +
-                                                     " (the ignored bits plus " + std::to_string(2 * kMaxLatencyUI) +
-                                                     " for the latency search)");
-
-    const Stimulus stim = MakeStimulus(o, std::max<size_t>(1, outcomes.size()));
     out << "library    : " << o.sLibrary << "\n";
     out << "ami file   : " << o.sAmiFile << " (root " << ami.RootName() << ")\n";
     out << "stimulus   : " << stim.sDescription << "\n";
-    if (stim.bChannel) out << "channel    : " << ChannelSummary(1.0 / stim.dBitTime) << "\n";
+    if (stim.bChannel) out << "channel    : " << stim.sChannel << "\n";
     out << "AMI_Init   : sample interval " << Fmt("%g", stim.dSampleInterval) << " s, bit time "
         << Fmt("%g", stim.dBitTime) << " s; AMI_GetWave blocks of " << o.nBlock << " samples\n";
+    PrintRate(rate, out);
     EyeResult inputEye;
     if (!stim.vBits.empty()) {
         inputEye = MeasureEye(stim, stim.vWave, ignoreBits);
@@ -393,10 +516,37 @@ int Host::Run(const HostOptions& o, std::ostream& out) {
             out << "best       : " << outcomes[best].sLabel << ", " << EyeLine(outcomes[best].eye, stim.dBitTime) << "\n";
     }
 
+    StatEyeSettings statSettings;
+    StatEyeResult statEye;
+    const bool statEyeDone = o.bStatEye && best < outcomes.size();
+    if (statEyeDone) {
+        // The model's pulse response through AMI_GetWave (step, differentiated)
+        // combined with the channel's response to one UI.
+        const Outcome& oc = outcomes[best];
+        RunSettings mine = settings;
+        mine.sParameters = oc.sParameters;
+        const size_t length = static_cast<size_t>(kPulseUI) * stim.iSamplesPerBit;
+        const std::vector<double> step = PulseResponse::ModelStep(lib, mine, kStepLead, kStepLead + length);
+        const std::vector<double> pulse =
+            PulseResponse::Combine(PulseResponse::Differentiate(step, kStepLead), stim.vPulse, length);
+        statSettings.iSamplesPerBit = stim.iSamplesPerBit;
+        statSettings.dSampleInterval = stim.dSampleInterval;
+        statSettings.dAmplitude = o.dAmplitude;
+        statSettings.dNoiseRms = o.dNoiseRms;
+        statSettings.dRjRms = o.dRjRms;
+        try {
+            statEye = StatEye::Compute(pulse, statSettings);
+        } catch (const std::invalid_argument& e) {
+            throw HostError(ExitCode::kBadParameter, std::string(e.what()) + " (" + oc.sLabel + ")");
+        }
+        out << "stat eye   : " << oc.sLabel << ", main cursor " << Fmt("%.4f", statEye.dMainCursor) << " V, noise "
+            << Fmt("%g", o.dNoiseRms) << " V rms, RJ " << Fmt("%g", o.dRjRms) << " s rms\n";
+        std::istringstream lines(StatEyeReport::Lines(statEye));
+        for (std::string line; std::getline(lines, line);) out << "             " << line << "\n";
+    }
+
     // Files.
-    std::error_code ec;
-    std::filesystem::create_directories(o.sOutDir, ec);
-    if (ec) throw HostError(ExitCode::kOutputFailed, "cannot create output folder " + o.sOutDir + ": " + ec.message());
+    CreateOutDir(o.sOutDir);
     std::vector<std::string> written;
     auto path = [&](const std::string& name) { return (std::filesystem::path(o.sOutDir) / name).string(); };
     auto plot = [&](const Outcome& oc, const std::string& name) {
@@ -422,6 +572,11 @@ int Host::Run(const HostOptions& o, std::ostream& out) {
         }
     }
 
+    if (statEyeDone) {
+        StatEyeReport::WritePng(statEye, "STATISTICAL EYE, " + outcomes[best].sLabel, path("stat_eye.png"));
+        written.push_back(path("stat_eye.png"));
+    }
+
     JsonWriter j;
     j.BeginObject();
     j.Key("library").Value(o.sLibrary);
@@ -436,7 +591,15 @@ int Host::Run(const HostOptions& o, std::ostream& out) {
     j.Key("bit_time_s").Value(stim.dBitTime);
     j.EndObject();
     j.Key("channel");
-    if (stim.bChannel) {
+    if (stim.bChannel && !o.sChannelFile.empty()) {
+        j.BeginObject();
+        j.Key("model").Value(stim.sChannel);
+        j.Key("touchstone").Value(o.sChannelFile);
+        j.Key("ports").Value(o.sPorts);
+        j.Key("nyquist_hz").Value(0.5 / stim.dBitTime);
+        j.Key("loss_at_nyquist_db").Value(stim.dLossAtNyquist);
+        j.EndObject();
+    } else if (stim.bChannel) {
         const Channel channel(Channel::DefaultCorners(), stim.dSampleInterval);
         j.BeginObject();
         j.Key("model").Value(Channel::Describe(channel.Corners()));
@@ -464,7 +627,14 @@ int Host::Run(const HostOptions& o, std::ostream& out) {
     for (const std::string& w : written) j.Value(w);
     j.EndArray();
     j.EndObject();
-    WriteText(path("summary.json"), j.Text());
+    nlohmann::ordered_json doc = nlohmann::ordered_json::parse(j.Text());
+    doc["rate_match"] = RateJson(rate);
+    if (statEyeDone) doc["stat_eye"] = StatEyeReport::Json(statEye, statSettings);
+    if (!o.sIbsFile.empty())
+        doc["ibis"] = {{"file", o.sIbsFile},          {"component", rx.sComponent},
+                       {"model", rx.sModel},          {"platform", rx.sPlatform},
+                       {"termination_ohms", rx.dTerminationOhms}, {"termination_from", rx.sTermination}};
+    WriteText(path("summary.json"), doc.dump(2) + "\n");
 
     out << "wrote      :";
     for (const std::string& w : written) out << " " << w;

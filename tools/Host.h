@@ -12,8 +12,10 @@
 namespace amihost {
 
 struct HostOptions {
-    std::string sLibrary;               // model library (.so)
-    std::string sAmiFile;               // its .ami file
+    std::string sLibrary;               // model library (.so); "" to take it from sIbsFile
+    std::string sAmiFile;               // its .ami file; likewise
+    std::string sIbsFile;               // IBIS file naming both, and the termination
+    std::string sComponent, sModelName; // its component and model ("" when there is only one)
     std::vector<std::string> vSets;     // NAME=VALUE overrides, in order
 
     std::string sInput;                 // waveform file; empty: built-in PRBS
@@ -24,6 +26,8 @@ struct HostOptions {
     int iSamplesPerBit = 100;           // samples per UI
     double dAmplitude = 0.5;            // NRZ levels are +/- this, V
     bool bChannel = true;               // pass the PRBS through the built-in channel
+    std::string sChannelFile;           // Touchstone channel instead of the built-in one
+    std::string sPorts = "13-24";       // its differential pairing (4-port and wider)
 
     size_t nBlock = 4096;               // samples per AMI_GetWave call
     long iIgnoreBits = -1;              // bits left out of the eye; -1: the .ami's Ignore_Bits, else 100
@@ -34,6 +38,11 @@ struct HostOptions {
 
     std::string sOutDir = "amihost-out";
     bool bProgress = true;
+
+    bool bStatEye = false;              // statistical eye of the single or the best setting
+    double dNoiseRms = 0.0;             // its Rx noise, V rms
+    double dRjRms = 0.0;                // its Rx random jitter, s rms
+    bool bDatasheet = false;            // measure every setting of sSweepParam instead of running a pattern
 };
 
 class Host {
@@ -41,7 +50,7 @@ public:
     // Runs everything, reporting on out; returns the exit code (0, or
     // kInitFailed / kGetWaveFailed after reporting what the model said).
     // Throws HostError for every failure found before or around the model.
-    static int Run(const HostOptions& options, std::ostream& out);
+    static int Run(HostOptions options, std::ostream& out);
 
     // One line describing the built-in channel and its loss at the Nyquist
     // frequency of a bit rate.

@@ -45,11 +45,18 @@ int main(int argc, char** argv) {
     CLI::App app{
         "amihost: runs an IBIS-AMI receiver model the way a channel simulator does.\n"
         "The parameter string comes from the .ami file's defaults, changed with --set. The input is a\n"
-        "waveform file or a built-in PRBS pattern sent through a built-in lossy channel."};
+        "waveform file or a built-in PRBS pattern sent through a built-in lossy channel or a Touchstone file."};
     app.get_formatter()->column_width(34);
 
-    app.add_option("-l,--lib", o.sLibrary, "IBIS-AMI receiver library (.so)")->required();
-    app.add_option("-a,--ami", o.sAmiFile, "the model's .ami parameter file")->required();
+    // With --ibs the IBIS file names the library and the .ami.
+    bool fromIbs = false;
+    for (int i = 1; i < argc; ++i) fromIbs = fromIbs || std::string(argv[i]).rfind("--ibs", 0) == 0;
+    app.add_option("-l,--lib", o.sLibrary, "IBIS-AMI receiver library (.so)")->required(!fromIbs);
+    app.add_option("-a,--ami", o.sAmiFile, "the model's .ami parameter file")->required(!fromIbs);
+    app.add_option("--ibs", o.sIbsFile,
+                   "IBIS file naming the library, the .ami and the termination");
+    app.add_option("--component", o.sComponent, "component of the IBIS file (when it has several)");
+    app.add_option("--model", o.sModelName, "model of the IBIS file (when the component uses several)");
     app.add_option("-s,--set", o.vSets, "override a parameter: NAME=VALUE (repeatable)")->type_name("NAME=VALUE");
 
     app.add_option("-i,--input", o.sInput,
@@ -65,6 +72,8 @@ int main(int argc, char** argv) {
     app.add_option("--amplitude", o.dAmplitude, "NRZ levels are +/- this many volts")->capture_default_str();
     bool noChannel = false;
     app.add_flag("--no-channel", noChannel, "send the PRBS straight to the model");
+    app.add_option("--channel", o.sChannelFile, "Touchstone channel (.s2p, .s4p, ...) instead");
+    app.add_option("--ports", o.sPorts, "differential pairing of a 4-port: 13-24 or 12-34")->capture_default_str();
 
     app.add_option("--block", block, "samples per AMI_GetWave call")
         ->check(Count(1, 1LL << 27))->capture_default_str();
@@ -76,6 +85,13 @@ int main(int argc, char** argv) {
         ->capture_default_str();
     auto* jobsOption = app.add_option("-j,--jobs", jobs, "sweep threads (default: one per core)")
         ->check(Count(1, 1024));
+
+    app.add_flag("--stat-eye", o.bStatEye,
+                 "statistical eye, bathtub and BER contours of the (best) setting");
+    app.add_option("--noise", o.dNoiseRms, "Rx noise for --stat-eye, V rms")->capture_default_str();
+    app.add_option("--rj", o.dRjRms, "Rx random jitter for --stat-eye, s rms")->capture_default_str();
+    app.add_flag("--datasheet", o.bDatasheet,
+                 "DC gain, peaking and delay of every --sweep-param setting");
 
     app.add_option("-o,--out", o.sOutDir, "folder for the results")->capture_default_str();
     bool noProgress = false;
@@ -93,8 +109,8 @@ int main(int argc, char** argv) {
         "  without equalization the eye of a 15.625 Gb/s pattern is closed. Each run prints the loss at its\n"
         "  own Nyquist frequency.\n"
         "\nTiming: the sample interval passed to AMI_Init and used for the stimulus is 1 / (bit rate x samples\n"
-        "per bit). A model that takes its own rate as parameters must be told the same, e.g. for KV2_RX\n"
-        "--set SampleRate=1e12 --set SamplesPerBit=64 (its defaults, 1e12 and 100, match the host's defaults).\n"
+        "per bit). A model that declares SampleRate / SamplesPerBit gets 1 / sample interval and the samples\n"
+        "per bit unless you --set them; an override that disagrees is used with a WARNING.\n"
         "\nWaveform file (--input): one sample per line, or CSV whose last column is the waveform; with two or\n"
         "more columns the first is the time in seconds and sets the sample interval. A header line and lines\n"
         "starting with # are skipped. Its bits are unknown, so the eye is measured on the decisions taken at\n"
@@ -102,11 +118,13 @@ int main(int argc, char** argv) {
         "\nOutputs in --out: summary.json always; a single run writes waveform.csv and eye.png, --sweep-eq\n"
         "writes the eye diagrams of the first and the best setting (eye_EQ0.png, eye_EQ<best>.png) and the\n"
         "best setting's waveform. Eye height is in volts, eye width in UI, both at the best sampling phase.\n"
+        "--stat-eye adds stat_eye.png (density, contours at BER 1e-6, 1e-9, 1e-12, bathtub) and its figures\n"
+        "in summary.json; --datasheet writes the table, datasheet.png and summary.json only.\n"
         "\nExit codes: 0 success, 2 bad command line, 3 missing library, 4 missing symbols, 5 bad file,\n"
         "6 bad parameter, 7 AMI_Init failed, 8 AMI_GetWave failed, 9 cannot write output,\n"
         "10 the model's output holds NaN or infinite samples.\n"
         "\nExample: amihost --lib build/KV2_RX_x64.so --ami kit/KV2_RX.ami --prbs 15 --bit-rate 15.625e9 \\\n"
-        "           --samples-per-bit 64 --set SamplesPerBit=64 --sweep-eq");
+        "           --samples-per-bit 64 --sweep-eq --stat-eye");
 
     try {
         app.parse(argc, argv);

@@ -103,7 +103,7 @@ TEST(AmiFile, BadFilesAndOverridesAreRefusedWithTheirReason) {
 TEST(AmiFile, KitIbisFileNamesTheLibraryAndTheParameterFile) {
     const std::string ami = KIT_AMI_PATH, so = KV2_RX_SO_PATH;
     std::stringstream ibs;
-    ibs << std::ifstream(ami.substr(0, ami.rfind('/')) + "/KV2_RX.ibs").rdbuf();
+    ibs << std::ifstream(ami.substr(0, ami.rfind('/')) + "/kv2_rx.ibs").rdbuf();
     const std::string text = ibs.str();
     // Loaders split the platform token on underscores: OS, compiler, bits.
     const size_t at = text.find("\nExecutable Linux_gcc12_64 " + so.substr(so.rfind('/') + 1) + " KV2_RX.ami\n");

@@ -33,7 +33,7 @@ TEST(HostHostile, BadInputEndsInItsOwnCodeAndMessage) {
         {"", "", "--ignore-bits -5", 2, "--ignore-bits: must be a whole number from 0 to 1000000000, not -5"},
         {"", "", "--bits 2000000", 6, big + limit},
         {"", "", "--bits 2000000 --sweep-eq", 6, big + " for each of 16 settings" + limit},
-        {"n.ami", nan, "--bits 300 --samples-per-bit 32 -o n", 10,
+        {"n.ami", nan, "--bits 300 --samples-per-bit 32 --set SampleRate=1e300 -o n", 10,
          "amihost: non-finite output (the report above and n/summary.json say what the model returned)"},
         {"d.ami", deep, "", 5, "amihost: bad file: d.ami is not a valid .ami file: groups are nested deeper than 64 levels"},
         {"w1", "nan\n0.1\n", "", 5, "amihost: bad file: w1:1: not a finite number in \"nan\""},

@@ -1,0 +1,124 @@
+// ExecutableCheck against tiny misbehaving models (built beside this test),
+// the ELF header checks on doctored copies, the settling rule, and the
+// ibischeck program run on the assembled kit.
+#include "tools/ibischeck/ExecutableCheck.h"
+
+#include <sys/wait.h>
+
+#include <cmath>
+#include <fstream>
+#include <iterator>
+
+#include "Fixture.h"
+
+namespace {
+
+using ibischeck_test::Lines;
+using ibischeck_test::TempDir;
+
+std::vector<std::string> Exercise(const std::string& library, int bits = 64, int timeout = 60) {
+    ibischeck::Report report;
+    const ibischeck::ExecutableLine line{7, "M", "Linux_gcc_64", bits, library, ""};
+    ibischeck::ExecutableCheck::Run(line, "(m)", true, timeout, "m.ibs", report);
+    return Lines(report);
+}
+
+std::string Base(const std::string& path) { return path.substr(path.rfind('/') + 1); }
+
+TEST(ExecutableCheck, MisbehavingModelsAreReportedWithTheStageTheyFailedIn) {
+    const std::string says = "7: NOTE: Executable ";
+    const struct {
+        std::string path;
+        std::vector<std::string> tail;  // findings after "Executable <name> "
+    } cases[] = {
+        {MODEL_good, {"NOTE: says in AMI_Init: first-order low-pass",
+                      "NOTE: loads; AMI_Init, AMI_GetWave (the step settles) and AMI_Close succeed"}},
+        {MODEL_CRASH_IN_INIT, {"ERROR: crashed in AMI_Init (signal 6, Aborted)"}},
+        {MODEL_EXIT_IN_INIT, {"ERROR: ended the process in AMI_Init (exit status 3)"}},
+        {MODEL_NO_CLOSE, {"ERROR: does not export AMI_Close"}},
+        {MODEL_INIT_FAILS, {"ERROR: returns 0 from AMI_Init with the .ami defaults: first-order low-pass"}},
+        {MODEL_NO_SETTLING,
+         {"NOTE: says in AMI_Init: first-order low-pass",
+          "ERROR: does not settle: its step response through AMI_GetWave still moves in the last eighth of 32768 samples"}},
+    };
+    for (const auto& c : cases) {
+        std::vector<std::string> expected;
+        for (const std::string& t : c.tail) {
+            const size_t colon = t.find(": ");
+            expected.push_back("7: " + t.substr(0, colon) + ": Executable " + Base(c.path) + " " + t.substr(colon + 2));
+        }
+        EXPECT_EQ(Exercise(c.path), expected) << c.path;
+    }
+    const std::string hang = Base(MODEL_HANG_IN_GETWAVE);
+    EXPECT_EQ(Exercise(MODEL_HANG_IN_GETWAVE, 64, 1),
+              (std::vector<std::string>{says + hang + " says in AMI_Init: first-order low-pass",
+                                        "7: ERROR: Executable " + hang + " did not finish AMI_GetWave within 1 s"}));
+}
+
+TEST(ExecutableCheck, ElfHeaderMustMatchThePlatformAndThisMachine) {
+    TempDir dir;
+    std::ifstream in(MODEL_good, std::ios::binary);
+    const std::string good((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::string class32 = good, arm = good;
+    class32[4] = 1;                          // EI_CLASS: ELFCLASS32
+    arm[18] = static_cast<char>(183), arm[19] = 0;  // e_machine: AArch64
+    const std::string p32 = dir.Write("c32.so", class32), parm = dir.Write("arm.so", arm);
+    const std::string text = dir.Write("text.so", "not a library");
+    EXPECT_EQ(Exercise(p32), std::vector<std::string>{
+                                 "7: ERROR: Executable c32.so is a 32-bit ELF file, but its platform says 64 bits"});
+    EXPECT_EQ(Exercise(p32, 32), std::vector<std::string>{
+                                     "7: ERROR: Executable c32.so is built for ELF machine 62, not x86"});
+    class32[18] = 3;  // EM_386: a proper 32-bit x86 library, which this checker leaves unloaded
+    dir.Write("c32.so", class32);
+    EXPECT_EQ(Exercise(p32, 32), std::vector<std::string>{
+                                     "7: NOTE: Executable c32.so is a 32-bit library; this 64-bit checker does not load it"});
+    EXPECT_EQ(Exercise(parm), std::vector<std::string>{"7: ERROR: Executable arm.so is built for ELF machine 183, not x86-64"});
+    EXPECT_EQ(Exercise(text), std::vector<std::string>{"7: ERROR: Executable text.so is not an ELF shared library"});
+}
+
+TEST(ExecutableCheck, SettlingMeansTheLastEighthStaysWithinOnePercentOfThePeak) {
+    const int n = ibischeck::ExecutableCheck::kStepSamples;
+    auto wave = [n](double (*f)(int)) {
+        std::vector<double> y(n);
+        for (int i = 0; i < n; ++i) y[i] = f(i);
+        return y;
+    };
+    EXPECT_TRUE(ibischeck::ExecutableCheck::Settles(wave([](int) { return 1.0; })));
+    EXPECT_TRUE(ibischeck::ExecutableCheck::Settles(wave([](int i) { return 1 - std::exp(-i / 1000.0); })));
+    // Ringing that dies out: peak 2, still 0.9 % of it away at the start of the last eighth.
+    EXPECT_TRUE(ibischeck::ExecutableCheck::Settles(
+        wave([](int i) { return i < 28672 ? 2.0 : 1.0 + (i == 28672 ? 0.018 : 0.0); })));
+    EXPECT_FALSE(ibischeck::ExecutableCheck::Settles(
+        wave([](int i) { return i < 28672 ? 2.0 : 1.0 + (i == 28672 ? 0.021 : 0.0); })));
+    EXPECT_FALSE(ibischeck::ExecutableCheck::Settles(wave([](int i) { return i / 1000.0; })));
+    EXPECT_FALSE(ibischeck::ExecutableCheck::Settles(wave([](int i) { return i == 5 ? NAN : 1.0; })));
+    EXPECT_FALSE(ibischeck::ExecutableCheck::Settles({}));
+}
+
+// The program: output and exit status.
+std::pair<int, std::string> RunProgram(const std::string& args) {
+    FILE* p = popen((std::string(IBISCHECK_PATH) + " " + args + " 2>/dev/null").c_str(), "r");
+    std::string out;
+    for (int c; p != nullptr && (c = fgetc(p)) != EOF;) out += static_cast<char>(c);
+    const int status = p != nullptr ? pclose(p) : -1;
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out};
+}
+
+TEST(Ibischeck, KitPassesBrokenFilesFailBadCommandLinesAreRefused) {
+    const std::string kit = std::string(KIT_DIR) + "/kv2_rx.ibs";
+    EXPECT_EQ(RunProgram(kit), std::make_pair(0, kit + ":52: NOTE: Executable KV2_RX_x64.so loads; AMI_Init, AMI_GetWave "
+                                                       "(the step settles) and AMI_Close succeed\n"
+                                                       "0 ERROR, 0 WARNING, 1 NOTE\n"));
+    TempDir dir;
+    const std::string broken = dir.Write("x.ami", "(m");
+    EXPECT_EQ(RunProgram(broken), std::make_pair(1, broken + ":1: ERROR: the group opened here is never closed\n"
+                                                              "1 ERROR, 0 WARNING, 0 NOTE\n"));
+    const auto json = RunProgram("--json " + broken);
+    EXPECT_EQ(json.first, 1);
+    EXPECT_NE(json.second.find("\"errors\": 1,"), std::string::npos) << json.second;
+    EXPECT_NE(json.second.find("\"message\": \"the group opened here is never closed\""), std::string::npos);
+    EXPECT_EQ(RunProgram("").first, 2);
+    EXPECT_EQ(RunProgram("--no-such-option " + kit).first, 2);
+}
+
+}  // namespace

@@ -1,0 +1,43 @@
+// TouchstoneChannel: a channel measured or simulated elsewhere and given as
+// a Touchstone file, used like the built-in Channel: the stimulus is
+// convolved with its impulse response (ChannelResponse) by FFT.
+#pragma once
+
+#include <complex>
+#include <string>
+#include <vector>
+
+#include "tools/ChannelResponse.h"
+
+namespace amihost {
+
+class TouchstoneChannel {
+public:
+    // terminationOhms: the receiver's input resistance per leg, 0 for a
+    // matched one. Throws HostError(kBadFile) for the file, kBadParameter
+    // for the pairing.
+    TouchstoneChannel(const std::string& path, const std::string& ports, double sampleInterval,
+                      double terminationOhms = 0.0);
+
+    // y = h * x in place, settled at the first sample's value (as if that
+    // value had been applied forever), like Channel::Process.
+    void Process(std::vector<double>& wave) const;
+    // Insertion loss at f (Hz), dB, from the data (linear in magnitude
+    // between points, held beyond them).
+    double LossDb(double f) const;
+    std::string Describe() const;
+
+    int Ports() const { return m_iPorts; }
+
+private:
+    std::string m_sPath;
+    std::string m_sPorts;               // the pairing as given ("" for a 2-port)
+    int m_iPorts = 0;
+    std::vector<double> m_vFrequencyHz;
+    std::vector<std::complex<double>> m_vH;  // through transfer at the data frequencies
+    std::vector<double> m_vImpulse;     // response to a one-sample unit pulse, from -m_nPrecursors samples
+    size_t m_nPrecursors = 0;
+    double m_dDcGain = 0.0;             // sum of the impulse response
+};
+
+}  // namespace amihost

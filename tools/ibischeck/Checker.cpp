@@ -1,0 +1,99 @@
+// Checker: file type by extension, rules, then the named files.
+#include "tools/ibischeck/Checker.h"
+
+#include <fstream>
+#include <map>
+#include <sstream>
+
+#include "tools/AmiFile.h"
+#include "tools/ParameterString.h"
+#include "tools/ibischeck/AmiRules.h"
+#include "tools/ibischeck/ExecutableCheck.h"
+#include "tools/ibischeck/IbisLexer.h"
+#include "tools/ibischeck/IbsRules.h"
+
+namespace ibischeck {
+
+namespace {
+
+bool ReadFile(const std::string& path, std::string& text) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) return false;
+    std::ostringstream s;
+    s << in.rdbuf();
+    text = s.str();
+    return true;
+}
+
+std::string Extension(const std::string& path) {
+    const size_t dot = path.rfind('.'), slash = path.rfind('/');
+    if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) return "";
+    std::string e = path.substr(dot);
+    for (char& c : e) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
+    return e;
+}
+
+bool IsLinux(const std::string& platform) {
+    std::string os = platform.substr(0, platform.find('_'));
+    for (char& c : os) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
+    return os == "linux";
+}
+
+}  // namespace
+
+void Checker::CheckFile(const std::string& path) {
+    std::string text;
+    if (!ReadFile(path, text)) {
+        m_rReport.Error(path, 0, "cannot read the file");
+        return;
+    }
+    const std::string ext = Extension(path);
+    if (ext == ".ami") {
+        CheckAmi(path, text);
+        return;
+    }
+    if (ext != ".ibs" && ext != ".pkg" && ext != ".ebd") {
+        m_rReport.Error(path, 0, "not an .ibs, .pkg, .ebd or .ami file");
+        return;
+    }
+    const std::vector<IbisSection> sections = IbisLexer::Read(text, path, m_rReport);
+    IbsRules rules(path, path, m_rReport);
+    rules.Check(sections);
+
+    std::map<std::string, bool> amiClean;  // per .ami file: checked without ERROR
+    for (const ExecutableLine& e : rules.Executables()) {
+        std::string amiText;
+        if (!ReadFile(e.sAmi, amiText)) {
+            m_rReport.Error(path, e.nLine, "cannot read " + e.sAmi);
+            continue;
+        }
+        if (amiClean.count(e.sAmi) == 0) {
+            const int errorsBefore = m_rReport.Count(Severity::kError);
+            CheckAmi(e.sAmi, amiText);
+            amiClean[e.sAmi] = m_rReport.Count(Severity::kError) == errorsBefore;
+        }
+        if (!m_options.bRunExecutables || !IsLinux(e.sPlatform)) continue;
+        if (!amiClean[e.sAmi]) {
+            m_rReport.Note(path, e.nLine, "the library is not exercised: its .ami file has errors");
+            continue;
+        }
+        std::string parameters;
+        bool getWave = true;
+        try {
+            const amihost::AmiFile ami = amihost::AmiFile::Parse(amiText, e.sAmi);
+            parameters = amihost::ParameterString(ami).Text();
+            const amihost::AmiParameter* g = ami.FindReserved("GetWave_Exists");
+            getWave = g != nullptr && !g->vFormat.empty() && g->vFormat[0] == "True";
+        } catch (const std::exception& x) {
+            m_rReport.Note(path, e.nLine, std::string("the library is not exercised: ") + x.what());
+            continue;
+        }
+        ExecutableCheck::Run(e, parameters, getWave, m_options.nTimeoutSeconds, path, m_rReport);
+    }
+}
+
+void Checker::CheckAmi(const std::string& shown, const std::string& text) {
+    AmiRules(shown, m_rReport).Check(text);
+}
+
+}  // namespace ibischeck

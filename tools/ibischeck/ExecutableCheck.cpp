@@ -1,0 +1,212 @@
+// ExecutableCheck: ELF header, then load, Init, GetWave and Close in a child.
+#include "tools/ibischeck/ExecutableCheck.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+
+#include "tools/AmiLibrary.h"
+
+namespace ibischeck {
+
+namespace {
+
+const unsigned char kElfClass32 = 1, kElfClass64 = 2;
+const unsigned kMachineX86_64 = 62, kMachineI386 = 3;
+const int kHostBits = static_cast<int>(8 * sizeof(void*));
+
+// The child's messages: one line each, "S <stage>" when a stage begins,
+// "E <message>" for a finding, "N <message>" for a remark.
+void Say(int fd, char kind, const std::string& text) {
+    std::string line = std::string(1, kind) + " " + text;
+    for (char& c : line)
+        if (c == '\n' || c == '\r') c = ' ';
+    line += '\n';
+    ssize_t ignored = write(fd, line.data(), line.size());
+    (void)ignored;
+}
+
+// Runs in the child; returns its exit status.
+int Exercise(int fd, const std::string& library, std::string parameters, bool getWaveExists) {
+    Say(fd, 'S', "dlopen");
+    void* h = dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (h == nullptr) {
+        const char* why = dlerror();
+        Say(fd, 'E', std::string("cannot be loaded: ") + (why != nullptr ? why : "unknown reason"));
+        return 1;
+    }
+    auto init = reinterpret_cast<amihost::AmiInitFn>(dlsym(h, "AMI_Init"));
+    auto getWave = reinterpret_cast<amihost::AmiGetWaveFn>(dlsym(h, "AMI_GetWave"));
+    auto close = reinterpret_cast<amihost::AmiCloseFn>(dlsym(h, "AMI_Close"));
+    if (init == nullptr) Say(fd, 'E', "does not export AMI_Init");
+    if (close == nullptr) Say(fd, 'E', "does not export AMI_Close");
+    if (getWaveExists && getWave == nullptr) Say(fd, 'E', "does not export AMI_GetWave, although GetWave_Exists is True");
+    if (init == nullptr || close == nullptr) return 1;
+
+    // 1 ps samples, 100 per bit; the impulse response is a unit-area pulse.
+    const double dt = 1e-12, bitTime = 1e-10;
+    const int rows = ExecutableCheck::kStepSamples;
+    std::vector<double> impulse(rows, 0.0);
+    impulse[0] = 1.0 / dt;
+    std::vector<char> text(parameters.begin(), parameters.end());
+    text.push_back('\0');
+    char* out = nullptr;
+    char* msg = nullptr;
+    void* handle = nullptr;
+    Say(fd, 'S', "AMI_Init");
+    const long ok = init(impulse.data(), rows, 0, dt, bitTime, text.data(), &out, &handle, &msg);
+    const std::string message = msg != nullptr ? msg : "";
+    if (ok != 1) {
+        Say(fd, 'E', "returns " + std::to_string(ok) + " from AMI_Init with the .ami defaults" +
+                         (message.empty() ? std::string() : ": " + message));
+        return 1;
+    }
+    if (!message.empty()) Say(fd, 'N', "says in AMI_Init: " + message);
+    bool clean = true;
+    if (getWaveExists && getWave != nullptr) {
+        std::vector<double> wave(rows, 1.0);
+        std::vector<double> clocks(rows + 1, 0.0);
+        Say(fd, 'S', "AMI_GetWave");
+        const long waved = getWave(wave.data(), rows, clocks.data(), &out, handle);
+        clean = waved == 1 && ExecutableCheck::Settles(wave);
+        if (waved != 1) Say(fd, 'E', "returns " + std::to_string(waved) + " from AMI_GetWave on a step");
+        else if (!clean)
+            Say(fd, 'E', "does not settle: its step response through AMI_GetWave still moves in the last eighth "
+                         "of 32768 samples");
+    }
+    Say(fd, 'S', "AMI_Close");
+    const long closed = close(handle);
+    if (closed != 1) Say(fd, 'E', "returns " + std::to_string(closed) + " from AMI_Close");
+    Say(fd, 'S', "done");
+    if (clean && closed == 1)
+        Say(fd, 'N', getWaveExists ? "loads; AMI_Init, AMI_GetWave (the step settles) and AMI_Close succeed"
+                                   : "loads; AMI_Init and AMI_Close succeed");
+    return 0;
+}
+
+}  // namespace
+
+bool ExecutableCheck::Settles(const std::vector<double>& y) {
+    if (y.empty()) return false;
+    double peak = 0;
+    for (double v : y) {
+        if (!std::isfinite(v)) return false;
+        peak = std::fmax(peak, std::fabs(v));
+    }
+    const double final = y.back(), tolerance = 0.01 * peak;
+    for (size_t i = y.size() - y.size() / 8; i < y.size(); ++i)
+        if (std::fabs(y[i] - final) > tolerance) return false;
+    return true;
+}
+
+std::string ExecutableCheck::ElfProblem(const std::string& path, int bits) {
+    unsigned char h[20] = {};
+    std::ifstream in(path, std::ios::binary);
+    if (!in.read(reinterpret_cast<char*>(h), sizeof h) || memcmp(h, "\x7f" "ELF", 4) != 0)
+        return "is not an ELF shared library";
+    const int fileBits = h[4] == kElfClass32 ? 32 : h[4] == kElfClass64 ? 64 : 0;
+    if (fileBits == 0) return "has an unknown ELF class";
+    if (fileBits != bits)
+        return "is a " + std::to_string(fileBits) + "-bit ELF file, but its platform says " + std::to_string(bits) + " bits";
+    // e_machine, in the byte order EI_DATA gives, right after e_type.
+    const unsigned machine = h[5] == 1 ? (h[18] | h[19] << 8) : (h[18] << 8 | h[19]);
+    const unsigned expected = fileBits == 64 ? kMachineX86_64 : kMachineI386;
+    if (machine != expected)
+        return "is built for ELF machine " + std::to_string(machine) + ", not " + (fileBits == 64 ? "x86-64" : "x86");
+    return "";
+}
+
+void ExecutableCheck::Run(const ExecutableLine& e, const std::string& parameters, bool getWaveExists,
+                          int timeoutSeconds, const std::string& shown, Report& report) {
+    const size_t slash = e.sLibrary.rfind('/');
+    const std::string name = "Executable " + e.sLibrary.substr(slash == std::string::npos ? 0 : slash + 1);
+    const std::string elf = ElfProblem(e.sLibrary, e.nBits);
+    if (!elf.empty()) {
+        report.Error(shown, e.nLine, name + " " + elf);
+        return;
+    }
+    if (e.nBits != kHostBits) {
+        report.Note(shown, e.nLine, name + " is a " + std::to_string(e.nBits) + "-bit library; this " +
+                                        std::to_string(kHostBits) + "-bit checker does not load it");
+        return;
+    }
+    int fds[2];
+    if (pipe(fds) != 0) {
+        report.Error(shown, e.nLine, name + ": cannot start the child process");
+        return;
+    }
+    fflush(stdout);
+    fflush(stderr);
+    const pid_t pid = fork();
+    if (pid == 0) {
+        close(fds[0]);
+        // The library's own chatter would mix with the report.
+        const int null = open("/dev/null", O_WRONLY);
+        dup2(null, STDOUT_FILENO);
+        dup2(null, STDERR_FILENO);
+        _exit(Exercise(fds[1], e.sLibrary, parameters, getWaveExists));
+    }
+    close(fds[1]);
+    if (pid < 0) {
+        close(fds[0]);
+        report.Error(shown, e.nLine, name + ": cannot start the child process");
+        return;
+    }
+    std::string received;
+    const time_t deadline = time(nullptr) + timeoutSeconds;
+    bool timedOut = false;
+    for (;;) {
+        const long left = static_cast<long>(deadline - time(nullptr));
+        if (left <= 0) {
+            timedOut = true;
+            break;
+        }
+        pollfd p{fds[0], POLLIN, 0};
+        if (poll(&p, 1, static_cast<int>(left * 1000)) <= 0) continue;
+        char buf[4096];
+        const ssize_t n = read(fds[0], buf, sizeof buf);
+        if (n <= 0) break;
+        received.append(buf, static_cast<size_t>(n));
+    }
+    close(fds[0]);
+    if (timedOut) kill(pid, SIGKILL);
+    int status = 0;
+    waitpid(pid, &status, 0);
+
+    std::string stage = "start";
+    bool complained = false;
+    size_t pos = 0;
+    while (pos < received.size()) {
+        size_t end = received.find('\n', pos);
+        if (end == std::string::npos) end = received.size();
+        const std::string line = received.substr(pos, end - pos);
+        pos = end + 1;
+        if (line.size() < 2) continue;
+        const std::string text = line.substr(2);
+        if (line[0] == 'S') stage = text;
+        else if (line[0] == 'N') report.Note(shown, e.nLine, name + " " + text);
+        else {
+            complained = true;
+            report.Error(shown, e.nLine, name + " " + text);
+        }
+    }
+    if (timedOut)
+        report.Error(shown, e.nLine, name + " did not finish " + stage + " within " + std::to_string(timeoutSeconds) + " s");
+    else if (WIFSIGNALED(status))
+        report.Error(shown, e.nLine, name + " crashed in " + stage + " (signal " + std::to_string(WTERMSIG(status)) + ", " +
+                                         strsignal(WTERMSIG(status)) + ")");
+    else if (stage != "done" && !complained)
+        report.Error(shown, e.nLine, name + " ended the process in " + stage + " (exit status " +
+                                         std::to_string(WEXITSTATUS(status)) + ")");
+}
+
+}  // namespace ibischeck

@@ -1,0 +1,641 @@
+// IbsRules: header, component, model, package model and board rules.
+#include "tools/ibischeck/IbsRules.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <set>
+
+#include "tools/ibischeck/IbisNumber.h"
+
+namespace ibischeck {
+
+namespace {
+
+const std::set<std::string> kHeaderKeywords = {"ibis ver", "comment char", "file name", "file rev", "date",
+                                               "source", "notes", "disclaimer", "copyright"};
+
+// Keywords that open a top-level block.
+const std::set<std::string> kOpeners = {"component", "model selector", "model", "submodel",
+                                        "define package model", "begin board description",
+                                        "external circuit", "test data", "test load", "end"};
+
+// Every other keyword of IBIS 7.x, in canonical form.
+const std::set<std::string> kKnown = {
+    "manufacturer", "package", "pin", "package model", "pin mapping", "diff pin", "repeater pin",
+    "series pin mapping", "series switch groups", "node declarations", "end node declarations",
+    "circuit call", "end circuit call", "begin emi component", "end emi component", "pin emi",
+    "pin domain emi", "alternate package models", "end alternate package models", "bus label",
+    "end bus label", "die supply pads", "end die supply pads", "interconnect model set",
+    "end interconnect model set", "interconnect model", "end interconnect model",
+    "interconnect model group", "end interconnect model group", IbisLexer::Canonical("Model_Spec"),
+    "receiver thresholds",
+    "add submodel", "driver schedule", "temperature range", "voltage range", "pullup reference",
+    "pulldown reference", "power clamp reference", "gnd clamp reference", "external reference",
+    "ttgnd", "ttpower", "pulldown", "pullup", "gnd clamp", "power clamp", "isso pu", "isso pd", "rgnd",
+    "rpower", "rac", "cac", "on", "off", "r series", "l series", "rl series", "c series", "lc series",
+    "rc series", "series current", "series mosfet", "ramp", "rising waveform", "falling waveform",
+    "composite current", "external model", "end external model", "algorithmic model",
+    "end algorithmic model", "c comp corner", "begin emi model", "end emi model",
+    IbisLexer::Canonical("Submodel_Spec"),
+    "gnd pulse table", "power pulse table", "end external circuit", "end package model", "oem",
+    "description", "number of sections", "number of pins", "pin numbers", "merged pins", "model data",
+    "end model data", "resistance matrix", "inductance matrix", "capacitance matrix", "bandwidth", "row",
+    "end board description", "pin list", "path description", "reference designator map",
+    "rising waveform near", "rising waveform far", "falling waveform near", "falling waveform far",
+    "diff rising waveform near", "diff rising waveform far", "diff falling waveform near",
+    "diff falling waveform far", "test data", "test load", "ibis ver", "file name", "file rev", "date",
+    "source", "notes", "disclaimer", "copyright", "comment char", "component", "model selector", "model",
+    "submodel", "define package model", "begin board description", "external circuit", "end"};
+
+const std::set<std::string> kIbisVersions = {"1.1", "2.0", "2.1", "3.0", "3.1", "3.2", "4.0", "4.1",
+                                             "4.2", "5.0", "5.1", "6.0", "6.1", "7.0", "7.1", "7.2"};
+
+const std::set<std::string> kModelTypes = {
+    "input", "output", "i/o", "3-state", "open_drain", "i/o_open_drain", "open_sink", "i/o_open_sink",
+    "open_source", "i/o_open_source", "input_ecl", "output_ecl", "i/o_ecl", "3-state_ecl", "terminator",
+    "series", "series_switch", "input_diff", "output_diff", "i/o_diff", "3-state_diff"};
+
+const std::set<std::string> kInputTypes = {"input",     "i/o",     "i/o_open_drain", "i/o_open_sink",
+                                           "i/o_open_source", "input_ecl", "i/o_ecl", "input_diff", "i/o_diff"};
+// Drivers that pull both ways, only down, only up.
+const std::set<std::string> kPushPull = {"output", "i/o", "3-state", "output_ecl", "i/o_ecl", "3-state_ecl",
+                                         "output_diff", "i/o_diff", "3-state_diff"};
+const std::set<std::string> kSinks = {"open_drain", "i/o_open_drain", "open_sink", "i/o_open_sink"};
+const std::set<std::string> kSources = {"open_source", "i/o_open_source"};
+
+const size_t kMaxIvRows = 100;
+const size_t kMaxWaveformRows = 1000;
+
+std::string Lower(std::string s) {
+    for (char& c : s) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
+    return s;
+}
+
+std::string Num(double v) {
+    char buf[32];
+    snprintf(buf, sizeof buf, "%g", v);
+    return buf;
+}
+
+bool FileExists(const std::string& path) {
+    struct stat st;
+    return ::stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode);
+}
+
+// "0.57/0.29n" as a slope in V/s; nothing when malformed.
+std::optional<double> Slope(const std::string& token) {
+    const size_t slash = token.find('/');
+    if (slash == std::string::npos) return std::nullopt;
+    std::optional<double> dv = IbisNumber::Parse(token.substr(0, slash));
+    std::optional<double> dt = IbisNumber::Parse(token.substr(slash + 1));
+    if (!dv || !dt || *dt <= 0) return std::nullopt;
+    return *dv / *dt;
+}
+
+// Time at which the waveform first crosses level, linearly interpolated.
+double Crossing(const std::vector<std::pair<double, double>>& w, double level) {
+    for (size_t i = 1; i < w.size(); ++i) {
+        const double a = w[i - 1].second - level, b = w[i].second - level;
+        if ((a <= 0 && b >= 0) || (a >= 0 && b <= 0)) {
+            if (a == b) return w[i - 1].first;
+            return w[i - 1].first + (w[i].first - w[i - 1].first) * (a / (a - b));
+        }
+    }
+    return w.back().first;
+}
+
+}  // namespace
+
+const IbisSection* IbsRules::Block::Find(const std::string& keyword) const {
+    for (const IbisSection* s : vMembers)
+        if (s->sKeyword == keyword) return s;
+    return nullptr;
+}
+
+IbsRules::IbsRules(const std::string& path, const std::string& shown, Report& report)
+    : m_sPath(path), m_sShown(shown), m_rReport(report) {
+    const size_t slash = path.rfind('/');
+    m_sFolder = slash == std::string::npos ? "." : path.substr(0, slash);
+    const size_t dot = path.rfind('.');
+    m_sExtension = dot == std::string::npos ? "" : Lower(path.substr(dot));
+}
+
+void IbsRules::CheckName(const std::string& what, const std::string& name, size_t limit, int line) {
+    if (name.size() > limit)
+        Error(line, what + " name " + name + " is longer than " + std::to_string(limit) + " characters");
+}
+
+void IbsRules::Check(const std::vector<IbisSection>& sections) {
+    std::vector<const IbisSection*> header;
+    std::vector<Block> blocks;
+    for (const IbisSection& s : sections) {
+        if (kKnown.count(s.sKeyword) == 0) Warning(s.nLine, "unknown keyword [" + s.sWritten + "]");
+        if (kOpeners.count(s.sKeyword) != 0) {
+            blocks.push_back(Block{&s, {}});
+        } else if (blocks.empty()) {
+            header.push_back(&s);
+        } else {
+            if (kHeaderKeywords.count(s.sKeyword) != 0 && s.sKeyword != "comment char")
+                Error(s.nLine, "[" + s.sWritten + "] belongs in the header, before [" + blocks[0].pOpener->sWritten + "]");
+            blocks.back().vMembers.push_back(&s);
+        }
+    }
+    CheckHeader(sections, header);
+
+    // Names first: a [Pin] may name a model defined further down.
+    for (const Block& b : blocks) {
+        const std::string& k = b.pOpener->sKeyword;
+        if (k != "model" && k != "model selector" && k != "submodel") continue;
+        const std::string name = b.pOpener->sArgs;
+        if (name.empty()) {
+            Error(b.pOpener->nLine, "[" + b.pOpener->sWritten + "] has no name");
+            continue;
+        }
+        std::map<std::string, int>& names = k == "submodel" ? m_mSubmodels : m_mModels;
+        if (names.count(Lower(name)) != 0)
+            Error(b.pOpener->nLine, (k == "submodel" ? "submodel " : "model ") + name +
+                                        " is defined twice (first on line " + std::to_string(names[Lower(name)]) + ")");
+        else
+            names[Lower(name)] = b.pOpener->nLine;
+    }
+
+    int components = 0, packages = 0, boards = 0;
+    for (size_t i = 0; i < blocks.size(); ++i) {
+        const Block& b = blocks[i];
+        const std::string& k = b.pOpener->sKeyword;
+        if (k == "component") ++components, CheckComponent(b);
+        else if (k == "model selector") CheckModelSelector(b);
+        else if (k == "model") CheckModel(b);
+        else if (k == "submodel") CheckSubmodel(b);
+        else if (k == "define package model") ++packages, CheckPackageModel(b);
+        else if (k == "begin board description") ++boards, CheckBoard(b);
+        else if (k == "end" && (i + 1 < blocks.size() || !b.vMembers.empty()))
+            Error(b.pOpener->nLine, "keywords follow [End]");
+    }
+    const int last = sections.empty() ? 0 : sections.back().nLine;
+    bool end = false;
+    for (const Block& b : blocks) end = end || b.pOpener->sKeyword == "end";
+    if (!end) Error(last, "[End] is missing");
+    if (m_sExtension == ".ibs" && components == 0) Error(last, "no [Component] in the file");
+    if (m_sExtension == ".pkg" && packages == 0) Error(last, "no [Define Package Model] in the file");
+    if (m_sExtension == ".ebd" && boards == 0) Error(last, "no [Begin Board Description] in the file");
+}
+
+void IbsRules::CheckHeader(const std::vector<IbisSection>& sections, const std::vector<const IbisSection*>& header) {
+    if (sections.empty()) {
+        Error(0, "no keywords in the file");
+        return;
+    }
+    if (sections[0].sKeyword != "ibis ver")
+        Error(sections[0].nLine, "[IBIS Ver] must be the first keyword");
+    std::map<std::string, int> seen;
+    for (const IbisSection* s : header) {
+        if (seen.count(s->sKeyword) != 0 && s->sKeyword != "comment char")
+            Error(s->nLine, "[" + s->sWritten + "] appears twice in the header");
+        seen[s->sKeyword] = s->nLine;
+        if (s->sKeyword == "ibis ver" && kIbisVersions.count(s->sArgs) == 0)
+            Error(s->nLine, "[IBIS Ver] " + s->sArgs + " is not a known IBIS version");
+        if (s->sKeyword == "file name") {
+            const size_t slash = m_sPath.rfind('/');
+            const std::string base = slash == std::string::npos ? m_sPath : m_sPath.substr(slash + 1);
+            if (s->sArgs != Lower(s->sArgs)) Error(s->nLine, "[File Name] " + s->sArgs + " must be lower case");
+            if (s->sArgs != base) Error(s->nLine, "[File Name] " + s->sArgs + " does not match the file name " + base);
+        }
+    }
+    const int at = sections[0].nLine;
+    for (const char* required : {"ibis ver", "file name", "file rev"})
+        if (seen.count(required) == 0) {
+            std::string written = required;
+            if (written == "ibis ver") written = "IBIS Ver";
+            else if (written == "file name") written = "File Name";
+            else written = "File Rev";
+            Error(at, "[" + written + "] is missing from the header");
+        }
+}
+
+void IbsRules::CheckComponent(const Block& b) {
+    const IbisSection& c = *b.pOpener;
+    const std::string name = c.sArgs;
+    if (name.empty()) Error(c.nLine, "[Component] has no name");
+    CheckName("[Component]", name, 40, c.nLine);
+    if (b.Find("manufacturer") == nullptr) Error(c.nLine, "[Component] " + name + " has no [Manufacturer]");
+    // [Package] stays required with a [Package Model]: simulators without
+    // package-model support fall back to it.
+    const IbisSection* package = b.Find("package");
+    if (package == nullptr)
+        Error(c.nLine, "[Component] " + name + " has no [Package]");
+    else
+        CheckPackage(*package);
+    std::map<std::string, int> pins;
+    const IbisSection* pin = b.Find("pin");
+    if (pin == nullptr)
+        Error(c.nLine, "[Component] " + name + " has no [Pin]");
+    else
+        CheckPins(*pin, pins);
+    if (const IbisSection* diff = b.Find("diff pin")) CheckDiffPins(*diff, pins);
+}
+
+void IbsRules::CheckPackage(const IbisSection& s) {
+    std::set<std::string> found;
+    for (const IbisLine& l : s.vBody) {
+        const std::vector<std::string> t = IbisLexer::SplitAssignment(l.sText);
+        const std::string key = t.empty() ? "" : Lower(t[0]);
+        if (key == "variable" || t.empty()) continue;
+        if (key != "r_pkg" && key != "l_pkg" && key != "c_pkg") {
+            Error(l.nLine, "[Package] does not take " + t[0]);
+            continue;
+        }
+        found.insert(key);
+        Tmm v;
+        const std::string why = ParseTmm(t, 1, v);
+        if (!why.empty()) Error(l.nLine, t[0] + " " + why);
+        else if ((v.dMin && *v.dMin > v.dTyp) || (v.dMax && *v.dMax < v.dTyp))
+            Error(l.nLine, t[0] + " must satisfy min <= typ <= max");
+    }
+    for (const char* k : {"R_pkg", "L_pkg", "C_pkg"})
+        if (found.count(Lower(k)) == 0) Error(s.nLine, std::string("[Package] has no ") + k);
+}
+
+void IbsRules::CheckPins(const IbisSection& s, std::map<std::string, int>& pins) {
+    // The keyword line names the columns: signal_name model_name, optionally
+    // R_pin L_pin C_pin. A row without its own R, L and C takes [Package]'s.
+    const size_t columns = s.vArgs.size() >= 5 ? 6 : 3;
+    for (const IbisLine& l : s.vBody) {
+        const std::vector<std::string>& t = l.vTokens;
+        if (t.size() != columns && t.size() != 3) {
+            Error(l.nLine, "[Pin] row has " + std::to_string(t.size()) + " columns, expected " + std::to_string(columns));
+            continue;
+        }
+        CheckName("pin", t[0], 5, l.nLine);
+        CheckName("signal", t[1], 40, l.nLine);
+        CheckName("model", t[2], 40, l.nLine);
+        if (pins.count(t[0]) != 0) Error(l.nLine, "pin " + t[0] + " is listed twice in [Pin]");
+        pins[t[0]] = l.nLine;
+        const std::string model = Lower(t[2]);
+        if (model != "power" && model != "gnd" && model != "nc" && m_mModels.count(model) == 0)
+            Error(l.nLine, "pin " + t[0] + " names model " + t[2] + ", which is not defined");
+        for (size_t i = 3; i < t.size(); ++i)
+            if (!IbisNumber::IsNA(t[i]) && !IbisNumber::Parse(t[i]))
+                Error(l.nLine, "pin " + t[0] + ": " + t[i] + " is not a number");
+    }
+}
+
+void IbsRules::CheckDiffPins(const IbisSection& s, const std::map<std::string, int>& pins) {
+    for (const IbisLine& l : s.vBody) {
+        const std::vector<std::string>& t = l.vTokens;
+        if (t.size() != 6) {
+            Error(l.nLine, "[Diff Pin] row needs pin, inv_pin, vdiff, tdelay_typ, tdelay_min and tdelay_max");
+            continue;
+        }
+        for (size_t i = 0; i < 2; ++i)
+            if (pins.count(t[i]) == 0) Error(l.nLine, "[Diff Pin] pin " + t[i] + " is not in [Pin]");
+        for (size_t i = 2; i < 6; ++i)
+            if (!IbisNumber::IsNA(t[i]) && !IbisNumber::Parse(t[i]))
+                Error(l.nLine, "[Diff Pin] " + t[i] + " is not a number");
+    }
+}
+
+void IbsRules::CheckModelSelector(const Block& b) {
+    for (const IbisLine& l : b.pOpener->vBody)
+        if (m_mModels.count(Lower(l.vTokens[0])) == 0)
+            Error(l.nLine, "[Model Selector] names model " + l.vTokens[0] + ", which is not defined");
+}
+
+double IbsRules::CheckVoltageRange(const Block& b) {
+    const IbisSection* range = b.Find("voltage range");
+    const IbisSection* up = b.Find("pullup reference");
+    const IbisSection* down = b.Find("pulldown reference");
+    const IbisSection* source = range != nullptr ? range : up;
+    if (source == nullptr || (range == nullptr && down == nullptr)) {
+        Error(b.pOpener->nLine, "model " + b.pOpener->sArgs +
+                                    " has neither [Voltage Range] nor [Pullup Reference] and [Pulldown Reference]");
+        return 0;
+    }
+    Tmm v;
+    const std::string why = ParseTmm(source->vArgs, 0, v);
+    if (!why.empty()) {
+        Error(source->nLine, "[" + source->sWritten + "] " + why);
+        return 0;
+    }
+    return v.dTyp;
+}
+
+void IbsRules::CheckModel(const Block& b) {
+    const IbisSection& m = *b.pOpener;
+    const std::string name = m.sArgs;
+    CheckName("[Model]", name, 40, m.nLine);
+    std::map<std::string, const IbisLine*> params;
+    for (const IbisLine& l : m.vBody) {
+        const std::vector<std::string> t = IbisLexer::SplitAssignment(l.sText);
+        if (!t.empty()) params[Lower(t[0])] = &l;
+    }
+    std::string type;
+    if (params.count("model_type") == 0) {
+        Error(m.nLine, "model " + name + " has no Model_type");
+    } else {
+        const IbisLine& l = *params["model_type"];
+        const std::vector<std::string> t = IbisLexer::SplitAssignment(l.sText);
+        type = t.size() > 1 ? Lower(t[1]) : "";
+        if (kModelTypes.count(type) == 0) {
+            Error(l.nLine, "Model_type " + (t.size() > 1 ? t[1] : std::string()) + " is not an IBIS model type");
+            type.clear();
+        }
+    }
+    if (params.count("c_comp") == 0 && params.count("c_comp_pullup") == 0 && b.Find("c comp corner") == nullptr) {
+        Error(m.nLine, "model " + name + " has no C_comp");
+    } else if (params.count("c_comp") != 0) {
+        const IbisLine& l = *params["c_comp"];
+        Tmm v;
+        const std::string why = ParseTmm(IbisLexer::SplitAssignment(l.sText), 1, v);
+        if (!why.empty()) Error(l.nLine, "C_comp " + why);
+        else if ((v.dMin && *v.dMin > v.dTyp) || (v.dMax && *v.dMax < v.dTyp))
+            Error(l.nLine, "C_comp must satisfy min <= typ <= max");
+    }
+    if (kInputTypes.count(type) != 0) {
+        const IbisSection* limits = b.Find(IbisLexer::Canonical("Model_Spec"));
+        const bool thresholds = b.Find("receiver thresholds") != nullptr;
+        for (const char* v : {"vinl", "vinh"}) {
+            bool inSpec = false;
+            if (limits != nullptr)
+                for (const IbisLine& l : limits->vBody) inSpec = inSpec || Lower(l.vTokens[0]) == v;
+            if (params.count(v) == 0 && !inSpec && !thresholds)
+                Warning(m.nLine, "input model " + name + " has no " + (v[3] == 'l' ? "Vinl" : "Vinh") +
+                                     "; the IBIS default applies");
+        }
+    }
+    const double vcc = CheckVoltageRange(b);
+    for (const IbisSection* s : b.vMembers)
+        if (s->sKeyword == "pulldown" || s->sKeyword == "pullup" || s->sKeyword == "gnd clamp" ||
+            s->sKeyword == "power clamp")
+            CheckIvTable(*s, vcc);
+    const bool pushPull = kPushPull.count(type) != 0, sink = kSinks.count(type) != 0,
+               source = kSources.count(type) != 0;
+    if ((pushPull || sink) && b.Find("pulldown") == nullptr) Error(m.nLine, "model " + name + " has no [Pulldown]");
+    if ((pushPull || source) && b.Find("pullup") == nullptr) Error(m.nLine, "model " + name + " has no [Pullup]");
+    const IbisSection* ramp = b.Find("ramp");
+    if ((pushPull || sink || source) && ramp == nullptr) Error(m.nLine, "model " + name + " has no [Ramp]");
+    if (ramp != nullptr) CheckRamp(b);
+    for (const IbisSection* s : b.vMembers)
+        if (s->sKeyword == "rising waveform" || s->sKeyword == "falling waveform") CheckWaveform(*s, ramp);
+    for (size_t i = 0; i < b.vMembers.size(); ++i) {
+        const std::string& k = b.vMembers[i]->sKeyword;
+        if (k == "algorithmic model") CheckAlgorithmicModel(b, i);
+        else if (k == "external model") CheckExternalModel(b, i);
+        else if (k == "add submodel") CheckAddSubmodel(*b.vMembers[i]);
+    }
+}
+
+bool IbsRules::Closed(const Block& b, size_t at, const std::string& end) const {
+    for (size_t i = at + 1; i < b.vMembers.size(); ++i)
+        if (b.vMembers[i]->sKeyword == end) return true;
+    return false;
+}
+
+void IbsRules::CheckExternalModel(const Block& b, size_t at) {
+    const IbisSection& s = *b.vMembers[at];
+    if (!Closed(b, at, "end external model")) Error(s.nLine, "[External Model] has no [End External Model]");
+    static const std::set<std::string> kLanguages = {"SPICE", "VHDL-AMS", "Verilog-AMS", "IBIS-ISS", "Touchstone"};
+    bool language = false, typ = false;
+    for (const IbisLine& l : s.vBody) {
+        const std::vector<std::string>& t = l.vTokens;
+        const std::string key = Lower(t[0]);
+        if (key == "language") {
+            language = true;
+            if (t.size() != 2 || kLanguages.count(t[1]) == 0)
+                Error(l.nLine, "[External Model] Language " + (t.size() > 1 ? t[1] : std::string()) +
+                                   " is not SPICE, VHDL-AMS, Verilog-AMS, IBIS-ISS or Touchstone");
+        } else if (key == "corner" && t.size() >= 3) {
+            typ = typ || Lower(t[1]) == "typ";
+            if (!FileExists(m_sFolder + "/" + t[2]))
+                Error(l.nLine, "[External Model] file " + t[2] + " not found next to the IBIS file");
+        }
+    }
+    if (!language) Error(s.nLine, "[External Model] has no Language");
+    if (!typ) Error(s.nLine, "[External Model] has no Corner Typ");
+}
+
+void IbsRules::CheckAddSubmodel(const IbisSection& s) {
+    for (const IbisLine& l : s.vBody) {
+        const std::vector<std::string>& t = l.vTokens;
+        if (m_mSubmodels.count(Lower(t[0])) == 0)
+            Error(l.nLine, "[Add Submodel] names submodel " + t[0] + ", which is not defined");
+        const std::string mode = t.size() > 1 ? t[1] : "";
+        if (t.size() != 2 || (mode != "Driving" && mode != "Non-Driving" && mode != "All"))
+            Error(l.nLine, "[Add Submodel] mode " + mode + " is not Driving, Non-Driving or All");
+    }
+}
+
+void IbsRules::CheckSubmodel(const Block& b) {
+    const IbisSection& s = *b.pOpener;
+    CheckName("[Submodel]", s.sArgs, 40, s.nLine);
+    for (const IbisLine& l : s.vBody) {
+        const std::vector<std::string> t = IbisLexer::SplitAssignment(l.sText);
+        if (t.empty() || Lower(t[0]) != "submodel_type") continue;
+        const std::string type = t.size() > 1 ? t[1] : "";
+        if (t.size() != 2 || (type != "Dynamic_clamp" && type != "Bus_hold" && type != "Fall_back"))
+            Error(l.nLine, "Submodel_type " + type + " is not Dynamic_clamp, Bus_hold or Fall_back");
+        return;
+    }
+    Error(s.nLine, "[Submodel] " + s.sArgs + " has no Submodel_type");
+}
+
+void IbsRules::CheckIvTable(const IbisSection& s, double vcc) {
+    const std::string k = "[" + s.sWritten + "]";
+    if (s.vBody.size() > kMaxIvRows) Error(s.nLine, k + " has more than 100 rows");
+    std::vector<double> volts;
+    for (const IbisLine& l : s.vBody) {
+        if (Lower(l.vTokens[0]) == "voltage") continue;
+        Tmm current;
+        std::optional<double> v = IbisNumber::Parse(l.vTokens[0]);
+        if (l.vTokens.size() != 4 || !v) {
+            Error(l.nLine, k + " row needs a voltage, I(typ), I(min) and I(max)");
+            continue;
+        }
+        const std::string why = ParseTmm(l.vTokens, 1, current);
+        if (!why.empty()) {
+            Error(l.nLine, k + " current " + why);
+            continue;
+        }
+        if (!volts.empty() && *v <= volts.back())
+            Error(l.nLine, k + " voltage " + l.vTokens[0] + " does not increase over the row before");
+        volts.push_back(*v);
+    }
+    if (volts.empty() || vcc <= 0) return;
+    // Pullup and POWER Clamp voltages are measured from the supply; the
+    // drivers' tables span -Vcc to 2 Vcc, the clamps' -Vcc to Vcc.
+    const bool driver = s.sKeyword == "pulldown" || s.sKeyword == "pullup";
+    const double low = -vcc, high = driver ? 2 * vcc : vcc;
+    const double slack = 1e-9 * vcc;
+    const double lo = *std::min_element(volts.begin(), volts.end());
+    const double hi = *std::max_element(volts.begin(), volts.end());
+    if (lo > low + slack || hi < high - slack)
+        Warning(s.nLine, k + " spans " + Num(lo) + " V to " + Num(hi) + " V, short of " + Num(low) + " V to " +
+                             Num(high) + " V (" + (driver ? "-Vcc to 2 Vcc" : "-Vcc to Vcc") + ")");
+}
+
+void IbsRules::CheckRamp(const Block& b) {
+    const IbisSection& s = *b.Find("ramp");
+    std::set<std::string> found;
+    for (const IbisLine& l : s.vBody) {
+        const std::vector<std::string> t = IbisLexer::SplitAssignment(l.sText);
+        const std::string key = t.empty() ? "" : Lower(t[0]);
+        if (key == "variable" || t.empty()) continue;
+        if (key == "r_load") {
+            if (t.size() != 2 || !IbisNumber::Parse(t[1])) Error(l.nLine, "[Ramp] R_load must be one number");
+            continue;
+        }
+        if (key != "dv/dt_r" && key != "dv/dt_f") {
+            Error(l.nLine, "[Ramp] does not take " + t[0]);
+            continue;
+        }
+        found.insert(key);
+        if (t.size() != 4) {
+            Error(l.nLine, "[Ramp] " + t[0] + " needs typ, min and max values");
+            continue;
+        }
+        for (size_t i = 1; i < 4; ++i)
+            if (!(i > 1 && IbisNumber::IsNA(t[i])) && !Slope(t[i]))
+                Error(l.nLine, "[Ramp] " + t[0] + " value " + t[i] + " is not of the form dV/dt");
+    }
+    for (const char* k : {"dV/dt_r", "dV/dt_f"})
+        if (found.count(Lower(k)) == 0) Error(s.nLine, std::string("[Ramp] has no ") + k);
+}
+
+void IbsRules::CheckWaveform(const IbisSection& s, const IbisSection* ramp) {
+    const std::string k = "[" + s.sWritten + "]";
+    std::map<std::string, double> fixture;
+    std::vector<std::pair<double, double>> wave;  // time (s), V(typ)
+    for (const IbisLine& l : s.vBody) {
+        const std::vector<std::string> t = IbisLexer::SplitAssignment(l.sText);
+        if (t.empty()) continue;
+        if (!IbisNumber::Parse(t[0])) {
+            const std::string key = Lower(t[0]);
+            if (key == "time") continue;
+            std::optional<double> v = t.size() == 2 ? IbisNumber::Parse(t[1]) : std::nullopt;
+            if (!v) Error(l.nLine, k + " " + t[0] + " must be one number");
+            else fixture[key] = *v;
+            continue;
+        }
+        Tmm v;
+        const std::string why = t.size() == 4 ? ParseTmm(t, 1, v) : "row needs a time, V(typ), V(min) and V(max)";
+        if (!why.empty()) {
+            Error(l.nLine, k + " " + why);
+            continue;
+        }
+        const double time = *IbisNumber::Parse(t[0]);
+        if (!wave.empty() && time <= wave.back().first)
+            Error(l.nLine, k + " time " + t[0] + " does not increase over the row before");
+        wave.emplace_back(time, v.dTyp);
+    }
+    for (const char* f : {"R_fixture", "V_fixture"})
+        if (fixture.count(Lower(f)) == 0) Error(s.nLine, k + " has no " + f);
+    if (wave.size() > kMaxWaveformRows) Error(s.nLine, k + " has more than 1000 rows");
+    if (ramp == nullptr || wave.size() < 2 || fixture.count("r_fixture") == 0) return;
+
+    // [Ramp] gives the 20 % to 80 % swing over its time, measured into
+    // R_load (50 ohm unless stated); a waveform into the same load must agree.
+    const bool rising = s.sKeyword == "rising waveform";
+    double rLoad = 50;
+    std::optional<double> rampSlope;
+    for (const IbisLine& l : ramp->vBody) {
+        const std::vector<std::string> t = IbisLexer::SplitAssignment(l.sText);
+        const std::string key = t.empty() ? "" : Lower(t[0]);
+        if (key == "r_load" && t.size() == 2 && IbisNumber::Parse(t[1])) rLoad = *IbisNumber::Parse(t[1]);
+        if (key == (rising ? "dv/dt_r" : "dv/dt_f") && t.size() > 1) rampSlope = Slope(t[1]);
+    }
+    if (!rampSlope || std::fabs(fixture["r_fixture"] - rLoad) > 1e-9 * rLoad) return;
+    const double v0 = wave.front().second, swing = wave.back().second - v0;
+    const double dt = Crossing(wave, v0 + 0.8 * swing) - Crossing(wave, v0 + 0.2 * swing);
+    if (dt <= 0 || swing == 0) return;
+    const double slope = 0.6 * std::fabs(swing) / dt;
+    if (std::fabs(*rampSlope - slope) > 0.2 * slope)
+        Warning(s.nLine, k + " rises 20-80 % at " + Num(slope * 1e-9) + " V/ns, [Ramp] " +
+                             (rising ? "dV/dt_r" : "dV/dt_f") + " says " + Num(*rampSlope * 1e-9) +
+                             " V/ns: more than 20 % apart");
+}
+
+void IbsRules::CheckAlgorithmicModel(const Block& b, size_t at) {
+    const IbisSection& s = *b.vMembers[at];
+    if (!Closed(b, at, "end algorithmic model")) Error(s.nLine, "[Algorithmic Model] has no [End Algorithmic Model]");
+    int executables = 0;
+    for (const IbisLine& l : s.vBody) {
+        const std::vector<std::string>& t = l.vTokens;
+        const std::string key = Lower(t[0]);
+        if (key != "executable" && key != "executable_rx" && key != "executable_tx") continue;
+        ++executables;
+        if (t.size() != 4) {
+            Error(l.nLine, t[0] + " needs platform_compiler_bits, the executable file and the .ami file");
+            continue;
+        }
+        // platform_compiler_bits: at least three "_"-separated parts, the
+        // last 32 or 64.
+        const std::string& platform = t[1];
+        const size_t first = platform.find('_'), last = platform.rfind('_');
+        const std::string bits = last == std::string::npos ? "" : platform.substr(last + 1);
+        const bool wellFormed = first != std::string::npos && first > 0 && last > first + 1 &&
+                                (bits == "32" || bits == "64");
+        if (!wellFormed)
+            Error(l.nLine, t[0] + " platform " + platform + " is not of the form platform_compiler_bits (bits 32 or 64)");
+        const std::string library = m_sFolder + "/" + t[2], ami = m_sFolder + "/" + t[3];
+        const bool hasLibrary = FileExists(library), hasAmi = FileExists(ami);
+        if (!hasLibrary) Error(l.nLine, t[0] + " file " + t[2] + " not found next to the IBIS file");
+        const bool amiName = t[3].size() > 4 && Lower(t[3].substr(t[3].size() - 4)) == ".ami";
+        if (!amiName) Error(l.nLine, t[0] + " parameter file " + t[3] + " does not have the .ami extension");
+        else if (!hasAmi) Error(l.nLine, t[0] + " parameter file " + t[3] + " not found next to the IBIS file");
+        if (wellFormed && hasLibrary && hasAmi && amiName)
+            m_vExecutables.push_back(ExecutableLine{l.nLine, b.pOpener->sArgs, platform, std::stoi(bits), library, ami});
+    }
+    if (executables == 0) Error(s.nLine, "[Algorithmic Model] has no Executable line");
+}
+
+void IbsRules::CheckPackageModel(const Block& b) {
+    const IbisSection& p = *b.pOpener;
+    const std::string name = p.sArgs;
+    CheckName("[Define Package Model]", name, 40, p.nLine);
+    for (const char* k : {"Manufacturer", "OEM", "Number Of Pins", "Pin Numbers", "Model Data",
+                          "Inductance Matrix", "Capacitance Matrix", "End Model Data", "End Package Model"})
+        if (b.Find(IbisLexer::Canonical(k)) == nullptr)
+            Error(p.nLine, "[Define Package Model] " + name + " has no [" + k + "]");
+    for (const IbisSection* s : b.vMembers)
+        if (s->sKeyword == "resistance matrix" || s->sKeyword == "inductance matrix" ||
+            s->sKeyword == "capacitance matrix") {
+            const std::string form = s->vArgs.empty() ? "" : s->vArgs[0];
+            if (form != "Banded_matrix" && form != "Sparse_matrix" && form != "Full_matrix")
+                Error(s->nLine, "[" + s->sWritten + "] must be Banded_matrix, Sparse_matrix or Full_matrix");
+        }
+    const IbisSection* count = b.Find("number of pins");
+    const IbisSection* list = b.Find("pin numbers");
+    if (count == nullptr || list == nullptr) return;
+    size_t listed = 0;
+    for (const IbisLine& l : list->vBody) {
+        const std::string first = Lower(l.vTokens[0]);
+        // Section descriptions (Len=, L=, Fork, Endfork) are not pins.
+        if (l.sText.find('=') == std::string::npos && first != "fork" && first != "endfork") ++listed;
+    }
+    std::optional<double> n = count->vArgs.empty() ? std::nullopt : IbisNumber::Parse(count->vArgs[0]);
+    if (!n || *n != static_cast<double>(listed))
+        Error(count->nLine, "[Number Of Pins] " + count->sArgs + " does not match the " + std::to_string(listed) +
+                                " pins of [Pin Numbers]");
+}
+
+void IbsRules::CheckBoard(const Block& b) {
+    const IbisSection& p = *b.pOpener;
+    const std::string name = p.sArgs;
+    CheckName("[Begin Board Description]", name, 40, p.nLine);
+    for (const char* k : {"Manufacturer", "Number Of Pins", "Pin List", "Path Description",
+                          "Reference Designator Map", "End Board Description"})
+        if (b.Find(IbisLexer::Canonical(k)) == nullptr)
+            Error(p.nLine, "[Begin Board Description] " + name + " has no [" + k + "]");
+    const IbisSection* count = b.Find("number of pins");
+    const IbisSection* list = b.Find("pin list");
+    if (count == nullptr || list == nullptr) return;
+    std::optional<double> n = count->vArgs.empty() ? std::nullopt : IbisNumber::Parse(count->vArgs[0]);
+    if (!n || *n != static_cast<double>(list->vBody.size()))
+        Error(count->nLine, "[Number Of Pins] " + count->sArgs + " does not match the " +
+                                std::to_string(list->vBody.size()) + " pins of [Pin List]");
+}
+
+}  // namespace ibischeck
