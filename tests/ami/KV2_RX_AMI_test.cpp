@@ -4,11 +4,12 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <complex>
 #include <string>
 #include <vector>
 
 #include "AmiLibrary.h"
+#include "BesselReference.h"
+#include "CtleTable.h"
 #include "SameBits.h"
 
 using namespace ami_test;
@@ -20,29 +21,6 @@ class KV2_RX_AMI : public testing::Test {
 protected:
     void SetUp() override { ASSERT_TRUE(Ami().Loaded()) << dlerror(); }
 };
-
-// Settled gain of the Bessel FIR, from an independent design: sample the
-// order-4 Bessel response on the 128-point grid, inverse DFT directly, keep
-// the 64 taps centred on time zero, sum them.
-double BesselFirDcGain() {
-    const int N = 128, T = 64;
-    const double fs = 1e12, bandwidth = 1e11, w0 = 2.114;
-    std::vector<std::complex<double>> H(N);
-    for (int k = 0; k < N; ++k) {
-        if (k == N / 2) continue;
-        const int f = k < N / 2 ? k : k - N;
-        const std::complex<double> s(0.0, (double(f) / N) * fs / (bandwidth * 0.5) * w0);
-        H[k] = 105.0 / (s * s * s * s + 10.0 * s * s * s + 45.0 * s * s + 105.0 * s + 105.0);
-    }
-    double sum = 0.0;
-    for (int n = 0; n < N; ++n) {
-        if (n > (T - 1) / 2 && n < N - T / 2) continue;
-        std::complex<double> h = 0.0;
-        for (int k = 0; k < N; ++k) h += H[k] * std::polar(1.0, 2.0 * M_PI * k * n / N);
-        sum += h.real() / N;
-    }
-    return sum;
-}
 
 }  // namespace
 
@@ -102,32 +80,12 @@ TEST_F(KV2_RX_AMI, OnlyTheFirstClockSlotIsWritten) {
 }
 
 TEST_F(KV2_RX_AMI, AStepSettlesAtEachSettingsDcGainTimesTheFirGain) {
-    // gain, p1, p2 (= p3), z of each setting, rad/s.
-    const double rows[16][4] = {
-        {2.474715933435302e+21, -43324029256.126625, -43488494536.432076, -16113544486.629667},
-        {6.621960664120328e+21, -60426534834.64518, -60361959054.89788, -16272426330.289875},
-        {1.1408111880799817e+22, -70642519552.5008, -68929048163.26932, -14508305629.456228},
-        {1.344216428458356e+22, -68374377594.08407, -67619681929.740906, -11518429460.13285},
-        {1.5317656602024188e+22, -67172916678.823494, -66967051465.48886, -9762219368.038774},
-        {1.751832057693429e+22, -66705043350.443344, -66703626805.35099, -8452586097.84822},
-        {1.8622650878688378e+22, -65437303092.756905, -64803316832.30909, -7392399378.972589},
-        {2.0519274177800037e+22, -65168480364.8459, -64559732357.31558, -6646618872.582765},
-        {2.1889791399722305e+22, -63882733945.41437, -64164321772.78504, -6053946916.316615},
-        {2.3846021562242813e+22, -63691167946.633286, -64332290733.322, -5592187686.702368},
-        {2.347861293690296e+22, -61590281006.46078, -61595603588.91071, -5045602487.916522},
-        {2.7691532723703855e+22, -66510368310.30014, -62566608527.605316, -4771050581.462967},
-        {2.8617485907657648e+22, -57670682630.23383, -66222085478.77502, -4549577430.959268},
-        {2.8530429609796027e+22, -61259906857.13028, -62050945025.40035, -4248687409.770487},
-        {2.8966423040967494e+22, -61947822989.08587, -60015773519.02865, -3981962643.791301},
-        {3.2089216175319944e+22, -58070059211.42627, -63959662413.519035, -3871711421.571445},
-    };
-    const double fir = BesselFirDcGain();
+    double fir = 0.0;  // the Bessel FIR's DC gain, from an independent design
+    for (double tap : kv2_test::BesselTaps(1e11, 4, 64, 1e12, 128)) fir += tap;
     for (int k = 0; k < 16; ++k) {
-        const double* r = rows[k];
-        const double dc = r[0] * (-r[3]) / ((-r[1]) * (-r[2]) * (-r[2]));
         const std::vector<double> wave =
             Equalized("(KV2_RX (EQ " + std::to_string(k) + ") (SamplesPerBit 32))", std::vector<double>(20000, 1.0));
-        EXPECT_NEAR(wave.back(), dc * fir, 1e-9) << "setting " << k;
+        EXPECT_NEAR(wave.back(), kv2_test::CtleDcGain(kv2_test::kCtle[k]) * fir, 1e-9) << "setting " << k;
         EXPECT_EQ(wave[5], 0.0);  // the jitter block's delay: nothing arrives yet
     }
 }

@@ -6,44 +6,20 @@
 
 #include <cmath>
 #include <complex>
-#include <cstdio>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "BesselReference.h"
+#include "SameBits.h"
 #include "blocks/BesselLPF.h"
 
 using namespace TesselModelBuilder;
+using kv2_test::Hex;
 using cd = std::complex<double>;
 using cld = std::complex<long double>;
 
 namespace {
-
-std::string Hex(double v) { char t[40]; std::snprintf(t, sizeof t, "%a", v); return t; }
-
-// Frequency-sampled design written out directly: the Bessel polynomial by
-// Horner on the grid, h by a direct inverse DFT, taps h[-T/2 .. (T-1)/2].
-std::vector<double> NaiveTaps(double B, int order, int T, double fs, int N) {
-    static const std::vector<std::vector<long double>> poly = {
-        {1, 1}, {1, 3, 3}, {1, 6, 15, 15}, {1, 10, 45, 105, 105},
-        {1, 15, 105, 420, 945, 945}, {1, 21, 210, 1260, 4725, 10395, 10395}};
-    const double w0[] = {1.0, 1.361, 1.765, 2.114, 2.427, 2.703};
-    std::vector<cld> H(N, 0);
-    for (int k = 0; k < N; ++k) {
-        if (k == N / 2) continue;
-        const cld s(0, (k < N / 2 ? k : k - N) * (long double)fs / N / (B / 2) * w0[order - 1]);
-        cld y = 0;
-        for (long double c : poly[order - 1]) y = y * s + c;
-        H[k] = poly[order - 1].back() / y;
-    }
-    std::vector<double> taps;
-    for (int m = -T / 2; m < T - T / 2; ++m) {
-        cld sum = 0;
-        for (int k = 0; k < N; ++k) sum += H[k] * std::polar(1.0L, 2 * M_PIl * k * m / N);
-        taps.push_back(static_cast<double>(sum.real() / N));
-    }
-    return taps;
-}
 
 struct Rig {
     BesselLPF block;
@@ -95,7 +71,7 @@ TEST(BesselLPF, TapsAreTheCentredInverseTransformOfTheBesselSpectrum) {
     for (const auto& c : cases) {
         Rig rig(c.B, c.order, c.T, c.fs, c.N);
         ASSERT_TRUE(rig.block.Setup() && rig.block.Initialize());
-        const std::vector<double> expected = NaiveTaps(c.B, c.order, c.T, c.fs, c.N);
+        const std::vector<double> expected = kv2_test::BesselTaps(c.B, c.order, c.T, c.fs, c.N);
         ASSERT_EQ(rig.block.m_vTaps.size(), expected.size());
         double peak = 0.0;
         for (double v : expected) peak = std::max(peak, std::fabs(v));
@@ -146,36 +122,27 @@ TEST(BesselLPF, FftRoutinesMatchADirectDft) {
     const int n = 8;
     std::mt19937 engine(7);
     std::uniform_real_distribution<double> level(-1.0, 1.0);
-    std::vector<cd> x(n), kernel(n);
+    std::vector<cd> x(n), kernel(n), direct(n);
     for (auto* v : {&x, &kernel}) for (cd& c : *v) c = cd(level(engine), level(engine));
-    // sign 1: e^{-j 2 pi k m / n}; `scale` divides the result.
-    auto dft = [&](const std::vector<cd>& in, int sign, double scale) {
-        std::vector<cd> out(n);
+    // sign 1: e^{-j 2 pi k m / n}; the inverse (sign -1) of fft_cx divides by n, fft_rif never does.
+    auto expectDft = [&](const std::vector<cd>& got, int sign, double scale, const char* what) {
         for (int k = 0; k < n; ++k) {
             cld sum = 0;
-            for (int m = 0; m < n; ++m) sum += cld(in[m]) * std::polar(1.0L, -sign * 2 * M_PIl * k * m / n);
-            out[k] = cd(sum) / scale;
+            for (int m = 0; m < n; ++m) sum += cld(x[m]) * std::polar(1.0L, -sign * 2 * M_PIl * k * m / n);
+            EXPECT_LT(std::abs(got[k] - cd(sum) / scale), 1e-13) << what << " bin " << k;
         }
-        return out;
-    };
-    auto near = [](const std::vector<cd>& a, const std::vector<cd>& b, const char* what) {
-        for (size_t k = 0; k < a.size(); ++k) EXPECT_LT(std::abs(a[k] - b[k]), 1e-13) << what << " bin " << k;
     };
     BesselLPF block;
     for (int sign : {1, -1}) {
-        std::vector<cd> raw = x;  // interleaved re, im
+        std::vector<cd> raw = x, viaCx = x;  // raw: interleaved re, im
         block.fft_rif(reinterpret_cast<double*>(raw.data()), n, sign);
-        near(raw, dft(x, sign, 1.0), sign == 1 ? "fft_rif forward" : "fft_rif inverse");
+        expectDft(raw, sign, 1.0, "fft_rif");
+        block.ifft_cx(viaCx, n, sign);
+        expectDft(viaCx, sign, sign == 1 ? 1.0 : n, "fft_cx");
     }
-    std::vector<cd> forward = x, inverse = x, inverse2 = x, conv = x, direct(n);
-    block.fft_cx(forward, n, 1);
-    near(forward, dft(x, 1, 1.0), "fft_cx forward, unscaled");
-    block.fft_cx(inverse, n, -1);
-    near(inverse, dft(x, -1, n), "fft_cx inverse, scaled by 1/n");
-    block.ifft_cx(inverse2, n, -1);
-    near(inverse2, dft(x, -1, n), "ifft_cx");
+    std::vector<cd> conv = x;
     block.fft_conv(conv, kernel, n);
     for (int t = 0; t < n; ++t)
         for (int m = 0; m < n; ++m) direct[t] += x[m] * kernel[(t - m + n) % n];
-    near(conv, direct, "fft_conv");
+    for (int t = 0; t < n; ++t) EXPECT_LT(std::abs(conv[t] - direct[t]), 1e-13) << "fft_conv " << t;
 }

@@ -22,10 +22,13 @@ TEST(CircularBuffer, PositionsWrapWithOneSubtractionAndZeroClearsThem) {
     EXPECT_TRUE(b.Zero(0, 0, nullptr));
     EXPECT_EQ(std::vector<double>(ring, ring + 4), (std::vector<double>{0, 0, 3, 4}));
     b.SetRate(2);
-    b.Advance();  // 3 + 2 wraps to 1
-    EXPECT_EQ(b.GetCurrentIndex(), 1u);
-    b.Advance();
-    EXPECT_EQ(b.GetCurrentIndex(), 3u);
+    for (uint64_t expected : {1u, 3u, 1u}) {  // 3 + 2 wraps to 1
+        b.Advance();
+        EXPECT_EQ(b.GetCurrentIndex(), expected);
+    }
+    b.SetRate(3);
+    b.Advance();  // reaching the size exactly wraps to 0
+    EXPECT_EQ(b.GetCurrentIndex(), 0u);
     CircularBuffer<double> none;  // no memory to free, yet the ring is reset
     none.SetBuffer(nullptr, 4, 1, 3);
     none.DeallocateMemory(nullptr);

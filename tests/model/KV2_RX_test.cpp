@@ -1,6 +1,6 @@
-// KV2_RX in-process: parameter defaults and failures, selection of the
-// equalizer, corner independence, causality, teardown, and the block path
-// against the per-sample path.
+// KV2_RX in-process: parameter defaults and failures, corner independence,
+// teardown, and the block path against the per-sample path. (Selection of the
+// equalizer and its response are checked through the library, ami_tests.)
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -73,15 +73,11 @@ std::vector<double> Prbs(size_t n) {
 // The state that n firings leave in the live branch must not depend on the path.
 void ExpectSameLiveState(KV2_RX& a, KV2_RX& b, int eq) {
     const SDomainIIR &fa = a.Subnetwork1.Filter(eq), &fb = b.Subnetwork1.Filter(eq);
-    EXPECT_TRUE(SameBits(fa.m_pState1, fb.m_pState1, fa.m_iNumBiquads));
-    EXPECT_TRUE(SameBits(fa.m_pState2, fb.m_pState2, fa.m_iNumBiquads));
-    EXPECT_TRUE(SameBits(a.J1.m_vSamples, b.J1.m_vSamples));
-    EXPECT_TRUE(SameBits(a.J1.m_vTimes, b.J1.m_vTimes));
-    EXPECT_TRUE(SameBits(a.J1.m_vJitters, b.J1.m_vJitters));
+    EXPECT_TRUE(SameBits(fa.m_pState1, fb.m_pState1, fa.m_iNumBiquads) && SameBits(fa.m_pState2, fb.m_pState2, fa.m_iNumBiquads));
+    EXPECT_TRUE(SameBits(a.J1.m_vSamples, b.J1.m_vSamples) && SameBits(a.J1.m_vTimes, b.J1.m_vTimes));
+    EXPECT_TRUE(SameBits(a.J1.m_vJitters, b.J1.m_vJitters) && SameBits(&a.J1.m_dPrevSample, &b.J1.m_dPrevSample, 1));
     EXPECT_EQ(a.J1.m_vPhases, b.J1.m_vPhases);
-    EXPECT_EQ(a.J1.m_iSampleCount, b.J1.m_iSampleCount);
-    EXPECT_EQ(a.J1.m_iBitPhase, b.J1.m_iBitPhase);
-    EXPECT_TRUE(SameBits(&a.J1.m_dPrevSample, &b.J1.m_dPrevSample, 1));
+    EXPECT_EQ(std::make_pair(a.J1.m_iSampleCount, a.J1.m_iBitPhase), std::make_pair(b.J1.m_iSampleCount, b.J1.m_iBitPhase));
     EXPECT_TRUE(SameBits(a.B2.m_vDelayLine, b.B2.m_vDelayLine));
     EXPECT_EQ(a.B2.m_iDelayIndex, b.B2.m_iDelayIndex);
     EXPECT_EQ(a.Subnetwork1.C9.iSampleCount, b.Subnetwork1.C9.iSampleCount);
@@ -93,24 +89,15 @@ void ExpectSameLiveState(KV2_RX& a, KV2_RX& b, int eq) {
 
 }  // namespace
 
-TEST(KV2_RX, DefaultsSetUpAndInitialize) {
-    Harness h;
-    EXPECT_EQ(h.m->SampleRate, 1e12);
-    EXPECT_EQ(h.m->EQ, 0);
-    EXPECT_EQ(h.m->SamplesPerBit, 100);
-    EXPECT_STREQ(h.m->Corner, "Typ");
-    EXPECT_FALSE(h.m->CanRunBlock());  // never wired
-    testing::internal::CaptureStderr();
-    EXPECT_TRUE(h.Start());
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-    EXPECT_EQ(h.m->SampleInterval, 1e-12);
-    EXPECT_EQ(h.m->Subnetwork1.CTLE_setting, 0);
-    EXPECT_EQ(h.m->J1.SamplesPerBit, 100);
-    EXPECT_TRUE(h.m->CanRunBlock());
-}
-
-TEST(KV2_RX, SetupFailuresAreReportedByTheBlocks) {
+TEST(KV2_RX, DefaultsSetUpAndFailuresAreReportedByTheBlocks) {
+    Harness defaults;
+    EXPECT_EQ(defaults.m->SampleRate, 1e12);
+    EXPECT_EQ(defaults.m->EQ, 0);
+    EXPECT_EQ(defaults.m->SamplesPerBit, 100);
+    EXPECT_STREQ(defaults.m->Corner, "Typ");
+    EXPECT_FALSE(defaults.m->CanRunBlock());  // never wired
     const struct { int samplesPerBit; double sampleRate; bool ok; const char* err; } cases[] = {
+        {100, 1e12, true, ""},
         {16, 1e12, true, ""},
         {15, 1e12, false, "Latency must be lager than or equal to 0 and smaller than or equal to SamplesPerBit / 2.\n"},
         {100, 0.0, false, "SampleRate must be >0\n"},
@@ -121,39 +108,10 @@ TEST(KV2_RX, SetupFailuresAreReportedByTheBlocks) {
         h.m->SamplesPerBit = c.samplesPerBit;
         h.m->SampleRate = c.sampleRate;
         testing::internal::CaptureStderr();
-        EXPECT_EQ(h.m->Setup(), c.ok);
+        EXPECT_EQ(h.Start(), c.ok);
         EXPECT_EQ(testing::internal::GetCapturedStderr(), c.err);
+        EXPECT_EQ(h.m->CanRunBlock(), c.ok);
     }
-}
-
-TEST(KV2_RX, EqualizerOutOfRangeFailsEveryRunAndWritesNoOutput) {
-    for (int eq : {16, -1}) {
-        Harness h(eq, 1e12);
-        ASSERT_TRUE(h.ok);
-        EXPECT_FALSE(h.m->CanRunBlock());
-        const std::string line = "Control input signal value is equal to " + std::to_string(eq) +
-                                 ".  There are 16 inputs connected.  The valid control input range is [0,15].\n";
-        for (double x : {0.5, -0.5}) {
-            testing::internal::CaptureStderr();
-            EXPECT_FALSE(h.PerSample(&x, 1));
-            EXPECT_EQ(testing::internal::GetCapturedStderr(), line);
-            EXPECT_EQ(x, 0.0);
-        }
-    }
-}
-
-TEST(KV2_RX, TheSelectedFilterIsWhatReachesTheJitterBlock) {
-    Harness h(10, 1e12);
-    ASSERT_TRUE(h.ok);
-    KV2_RX& m = *h.m;
-    int differsFromS3 = 0;
-    for (double x : Noise(400, 3)) {
-        h.PerSample(&x, 1);
-        const double muxOut = *m.m_pBuffer_Subnetwork1_M9_output_To_J1_Input;
-        ASSERT_EQ(muxOut, *m.m_pBuffer_Subnetwork1_S10_m_dOutput_0__To_Subnetwork1_M9_input_10_);
-        differsFromS3 += muxOut != *m.m_pBuffer_Subnetwork1_S3_m_dOutput_0__To_Subnetwork1_M9_input_3_;
-    }
-    EXPECT_GT(differsFromS3, 300);
 }
 
 TEST(KV2_RX, CornerNamesChangeNothingAtAnyLength) {
@@ -170,16 +128,6 @@ TEST(KV2_RX, CornerNamesChangeNothingAtAnyLength) {
     }
     EXPECT_TRUE(SameBits(outputs[0], outputs[1]));
     EXPECT_TRUE(SameBits(outputs[0], outputs[2]));
-}
-
-TEST(KV2_RX, OutputDependsOnlyOnPastAndPresentInput) {
-    std::vector<double> a = Noise(1500, 9), b = a;
-    for (size_t i = 1000; i < b.size(); ++i) b[i] = -b[i] + 0.25;
-    Harness ha, hb;
-    ASSERT_TRUE(ha.Start() && hb.Start());
-    const std::vector<double> ya = ha.Process(a), yb = hb.Process(b);
-    EXPECT_TRUE(SameBits(ya.data(), yb.data(), 1000));
-    EXPECT_NE(ya[1010], yb[1010]);
 }
 
 TEST(KV2_RX, ReinitialisationAndFinalizeReleaseEveryBuffer) {

@@ -25,11 +25,12 @@ namespace {
 const int S = 16;
 const int D = 37;  // latency in samples: two UI and five samples
 
-std::vector<double> Synthetic(const std::vector<uint8_t>& bits, double A, double c) {
+// flat: a rectangular pulse (w = 1) instead of the triangle.
+std::vector<double> Synthetic(const std::vector<uint8_t>& bits, double A, double c, bool flat = false) {
     std::vector<double> y(D + bits.size() * S, 0.0);
     auto a = [&](size_t i) { return i < bits.size() && bits[i] ? 1.0 : -1.0; };  // 0 - 1 wraps past the end
     for (size_t k = 0; k < bits.size(); ++k) {
-        for (int j = 0; j < S; ++j) y[D + k * S + j] = A * a(k) * (1.0 - std::abs(j - 6) / 16.0) + c * (a(k - 1) + a(k + 1));
+        for (int j = 0; j < S; ++j) y[D + k * S + j] = A * a(k) * (flat ? 1.0 : 1.0 - std::abs(j - 6) / 16.0) + c * (a(k - 1) + a(k + 1));
     }
     return y;
 }
@@ -66,11 +67,12 @@ TEST(EyeMetrics, SyntheticEyeMatchesClosedForm) {
     }
 }
 
-TEST(EyeMetrics, LevelsAndBitCountAtTheBestPhase) {
+TEST(EyeMetrics, AFlatEyeIsSampledAtItsFirstDelayWithItsLevels) {
     const std::vector<uint8_t> bits = amihost::Prbs(7).Bits(300);
-    const EyeResult r = EyeMetrics::Measure(Synthetic(bits, 0.5, 0.1), S, bits, 10, 8 * S);
-    // At the peak y = +/-0.5 + 0.1 (a_{k-1} + a_{k+1}); the bits whose sample
-    // lies inside the waveform are 10 .. 299.
+    const EyeResult r = EyeMetrics::Measure(Synthetic(bits, 0.5, 0.1, true), S, bits, 10, 8 * S);
+    EXPECT_EQ(r.iDelay, D);  // every phase of the bit ties: the first wins
+    EXPECT_EQ(r.dWidthUI, 1.0);
+    // y = +/-0.5 + 0.1 (a_{k-1} + a_{k+1}) over the bits 10 .. 299.
     double sum[2] = {}, count[2] = {};
     auto level = [&](size_t k) { return k < bits.size() && bits[k] ? 1.0 : -1.0; };
     for (size_t k = 10; k < bits.size(); ++k) {
