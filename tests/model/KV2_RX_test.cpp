@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "CtleTable.h"
 #include "SameBits.h"
 #include "model/KV2_RX.h"
 
@@ -96,6 +97,14 @@ TEST(KV2_RX, DefaultsSetUpAndFailuresAreReportedByTheBlocks) {
     EXPECT_EQ(defaults.m->SamplesPerBit, 100);
     EXPECT_STREQ(defaults.m->Corner, "Typ");
     EXPECT_FALSE(defaults.m->CanRunBlock());  // never wired
+    ASSERT_TRUE(defaults.m->Setup());
+    for (int k = 0; k < 16; ++k) {  // the bank holds the designed settings to the last digit
+        const SDomainIIR& f = defaults.m->Subnetwork1.Filter(k);
+        const kv2_test::CtleRow& row = kv2_test::kCtle[k];
+        EXPECT_EQ(std::vector<double>(f.m_RealPoles.m_pData, f.m_RealPoles.m_pData + 3),
+                  (std::vector<double>{row.p1, row.p23, row.p23})) << k;
+        EXPECT_TRUE(f.m_RealZeros.m_pData[0] == row.z && f.m_Gain == row.gain && f.m_RealZeros.NumElements() == 1) << k;
+    }
     const struct { int samplesPerBit; double sampleRate; bool ok; const char* err; } cases[] = {
         {100, 1e12, true, ""},
         {16, 1e12, true, ""},

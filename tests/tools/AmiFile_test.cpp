@@ -66,9 +66,16 @@ TEST(AmiFile, CommentsGroupsOlderFormatsAndLongBlanks) {
     EXPECT_EQ(p.Text(), "(M (A 5) (G (B 2.5) (C \"x|y\")) (D True))");
     p.Set("G.C", "z");
     p.SetAssignment("A=9");
-    EXPECT_EQ(p.Text(), "(M (A 9) (G (B 2.5) (C \"z\")) (D True))");
+    p.SetAssignment("D=False");
+    EXPECT_EQ(p.Text(), "(M (A 9) (G (B 2.5) (C \"z\")) (D False))");
     EXPECT_EQ(p.SweepValues("A"), (std::vector<std::string>{"0", "1", "2", "3", "4", "5", "6", "7", "8", "9"}));
     EXPECT_EQ(p.SweepValues("D"), (std::vector<std::string>{"True", "False"}));
+    // A last name shared by two parameters names neither.
+    const AmiFile twice = AmiFile::Parse("(M (Reserved_Parameters (V (Usage Info) (Type String) (Value \"7.0\")))"
+                                         " (Model_Specific (G (C (Usage In) (Type Integer) (Default 1)))"
+                                         " (H (C (Usage In) (Type Integer) (Default 2)))))", "t.ami");
+    EXPECT_EQ(twice.Find("C"), nullptr);
+    EXPECT_EQ(twice.Find("H.C")->sDefault, "2");
 }
 
 TEST(AmiFile, BadFilesAndOverridesAreRefusedWithTheirReason) {

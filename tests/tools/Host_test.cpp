@@ -97,6 +97,7 @@ TEST_F(Host, EveryOutcomeHasItsExitCodeAndMessage) {
         {{"--lib", KV2_RX_SO_PATH, "--ami", "missing.ami"}, 5, "amihost: bad file: cannot read .ami file missing.ami\n"},
         {Kit({"--input", "wave.txt"}), 5, "amihost: bad file: wave.txt:3: not a number in \"abc\"\n"},
         {Kit({"--set", "EQ=16"}), 6, "amihost: bad parameter: parameter EQ cannot be 16: its range is 0 to 15\n"},
+        {Kit({"--amplitude", "0"}), 6, "amihost: bad parameter: --amplitude must be positive\n"},
         {Kit({"--set", "Gain=1"}), 6,
          "amihost: bad parameter: unknown input parameter Gain (the model takes: SampleRate, EQ, SamplesPerBit, "
          "Corner)\n"},
