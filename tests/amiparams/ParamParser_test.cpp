@@ -60,6 +60,7 @@ TEST(ParamParser, TypedLookupsByFullPath) {
         {"(KV2_RX (A.B 6))", "KV2_RX.A.B", "6.000000 6 - -"},
         {"(KV2_RX (Sub (EQ 3)) (EQ 8))", "KV2_RX.EQ", "8.000000 8 - -"},
         {"(KV2_RX (Sub (EQ 3)))", "KV2_RX.Sub.EQ", "3.000000 3 - -"},
+        {"((KV2_RX (EQ 3)))", "KV2_RX.EQ", "3.000000 3 - -"},  // a nameless group adds no step
         {"(a (a (a (a 7))))", "a.a.a.a", "7.000000 7 - -"},
         // Booleans are the words True and False; strings lose their first and
         // last characters whatever they are.
