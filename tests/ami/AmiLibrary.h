@@ -46,18 +46,13 @@ inline std::string NotFound(const char* name) {
            " from the AMI_Init arguments.  The model will use the default setting. ";
 }
 
-struct Instance {
-    long result = -1;
-    void* handle = nullptr;
-    char* msg = nullptr;
-};
+struct Instance { long result = -1; void* handle = nullptr; char* msg = nullptr; };
 
-// AMI_Init on a copy of `text` (null passes no text), 1 ps samples; *msg starts as `sentinel`.
-inline Instance Open(const char* text, char* sentinel = nullptr, double bitTime = 32e-12) {
-    Instance in;
-    in.msg = sentinel;
+// AMI_Init on a copy of `text` (null passes no text), 1 ps samples, 32 per bit; *msg starts as `sentinel`.
+inline Instance Open(const char* text, char* sentinel = nullptr) {
+    Instance in{-1, nullptr, sentinel};
     std::string copy = text ? text : "";
-    in.result = Ami().init(nullptr, 0, 0, 1e-12, bitTime, text ? copy.data() : nullptr, nullptr, &in.handle, &in.msg);
+    in.result = Ami().init(nullptr, 0, 0, 1e-12, 32e-12, text ? copy.data() : nullptr, nullptr, &in.handle, &in.msg);
     return in;
 }
 
@@ -66,11 +61,9 @@ inline std::vector<double> Nrz(size_t n, unsigned seed, double noise = 0.0) {
     std::mt19937 rng(seed);
     std::uniform_real_distribution<double> jitter(-noise, noise);
     std::vector<double> wave(n);
-    double level = 0.5;
-    for (size_t i = 0; i < n; ++i) {
-        if (i % 32 == 0) level = (rng() & 1) ? 0.5 : -0.5;
-        wave[i] = noise > 0.0 ? level + jitter(rng) : level;
-    }
+    for (size_t i = 0; i < n; ++i) wave[i] = i % 32 ? wave[i - 1] : (rng() & 1) ? 0.5 : -0.5;
+    if (noise > 0.0)
+        for (double& v : wave) v += jitter(rng);
     return wave;
 }
 

@@ -34,7 +34,7 @@ std::string Refusal(Fn fn) {
 
 TEST(AmiFile, KitDeclaresATimeDomainReceiverAndItsFourInputs) {
     // That the model reads every one of them is checked by initialising it
-    // with this string (ModelRun_test).
+    // with this string (amihost's single run, Host_test).
     const AmiFile kit = AmiFile::Load(KIT_AMI_PATH);
     std::string described = kit.RootName();
     for (const auto* section : {&kit.Reserved(), &kit.ModelSpecific()})
