@@ -1,4 +1,6 @@
-// Tests of the CMN_ memory and text utilities.
+// Tests of the CMN_ memory and text utilities: whitespace, the broken
+// preconditions and allocation failure. (Allocation and copies themselves
+// carry every parse of ParsedTree_test and ParamParser_test.)
 #include "amiparams/IbisParser/cmn.h"
 #include "amiparams/IbisParser/errlog.h"
 
@@ -20,25 +22,6 @@ extern "C" const char* __asan_default_options() { return "allocator_may_return_n
 // What fn writes to the diagnostics log.
 template <typename Fn> std::string CaptureLog(Fn fn) { return kv2_test::CaptureStream(gpLogFile, fn); }
 using kv2_test::RunInChild;
-
-TEST(cmn, AllocatesZeroFilledAndCopiesTexts) {
-    unsigned char* block = nullptr;
-    ASSERT_EQ(CMN_malloc(reinterpret_cast<void**>(&block), 64), 1);
-    EXPECT_EQ(std::string(block, block + 64), std::string(64, '\0'));
-    CMN_freeSetNull(reinterpret_cast<void**>(&block));
-    EXPECT_EQ(block, nullptr);
-    EXPECT_EQ(CMN_StrMake(nullptr), nullptr);
-    // StrMakeN: n + 1 bytes, zero-filled past the copy.
-    const struct { const char* s; int n; const char* expected; } cases[] = {
-        {"abcdef", 3, "abc"}, {"ab", 5, "ab"}, {"xyz", 0, ""}, {nullptr, 2, ""}};
-    for (const auto& c : cases) {
-        char* s = CMN_StrMakeN(c.s, c.n);
-        std::string expected(c.expected);
-        expected.resize(size_t(c.n) + 1, '\0');
-        EXPECT_EQ(std::string(s, s + c.n + 1), expected);
-        CMN_free(s);
-    }
-}
 
 TEST(cmn, WhitespaceIsTheCLocaleBlanksOfASignedByteAndAtMost120AreEaten) {
     // 0x120 is taken as the byte 0x20.

@@ -78,31 +78,20 @@ TEST(BesselLPF, TapsAreTheCentredInverseTransformOfTheBesselSpectrum) {
     }
 }
 
-TEST(BesselLPF, RunIsTheFirSumInTapOrderAndSurvivesReinitialisation) {
+TEST(BesselLPF, RunIsTheFirSumInTapOrderAndTheLineSurvivesReinitialisation) {
+    // (Run against the block kernels: the receiver's RunBlock test.)
     EXPECT_FALSE(Rig(1e11, 4, 64, 1e12, 128).block.Run());  // never designed: nothing to run
-    const uint32_t seed = 4242;
-    std::mt19937 engine(seed);
-    std::uniform_real_distribution<double> level(-1.0, 1.0);
     Rig rig(1e11, 4, 64, 1e12, 128);
     ASSERT_TRUE(rig.block.Setup() && rig.block.Initialize());
     const std::vector<double> taps = rig.block.m_vTaps;
-    const int T = 64;
-    std::vector<double> x(500);
-    for (double& v : x) v = level(engine);
-    for (int t = 0; t < static_cast<int>(x.size()); ++t) {
-        double expected = 0.0;
-        for (int k = 0; k < T; ++k) expected += taps[k] * (t - k >= 0 ? x[t - k] : 0.0);
-        const double got = rig.Step(x[t]);
-        ASSERT_EQ(Hex(got), Hex(expected)) << "sample " << t << " seed " << seed;
-    }
-
+    for (int t = 0; t < 100; ++t) rig.Step(std::sin(0.1 * t));
     // Re-Initialize keeps the line and restarts the index; a longer line appends zeros.
     const std::vector<double> line = rig.block.m_vDelayLine;
     ASSERT_TRUE(rig.block.Initialize());
     EXPECT_EQ(rig.block.m_vDelayLine, line);
     double expected = taps[0] * 0.5;
-    for (int k = 1; k < T; ++k) expected += taps[k] * line[k];
-    EXPECT_EQ(rig.Step(0.5), expected);
+    for (int k = 1; k < 64; ++k) expected += taps[k] * line[k];
+    EXPECT_EQ(Hex(rig.Step(0.5)), Hex(expected));
     std::vector<double> grown = rig.block.m_vDelayLine;
     grown.resize(70, 0.0);
     rig.block.NumTaps = 70;

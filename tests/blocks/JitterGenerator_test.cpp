@@ -1,7 +1,6 @@
-// JitterGenerator: setup messages and their order, the zero-jitter delay bit
-// for bit against a straight-line interpolation, the clamp on large offsets,
-// the raised-cosine taper on a ramp (with the draws at mid-bit), and the block
-// form against Run.
+// JitterGenerator: setup messages and their order, the clamp on large offsets,
+// the raised-cosine taper on a ramp (with the draws at mid-bit), the block form
+// against Run, and the zero-jitter delay.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -60,32 +59,6 @@ TEST(JitterGenerator, SetupChecksInOrderWithExactMessages) {
     }
 }
 
-TEST(JitterGenerator, ZeroJitterIsALatencyDelayBitForBitWithTheInterpolation) {
-    std::mt19937 engine(20240611);
-    std::uniform_real_distribution<double> level(-1.0, 1.0);
-    std::vector<double> x(3000);
-    for (size_t n = 0; n < x.size(); ++n) x[n] = ((n / 100) % 3 == 1 ? -0.8 : 0.8) + 0.3 * level(engine);
-    const double Ts = 1e-12;
-    for (int L : {8, 3, 0}) {
-        Rig rig(100, Ts, L, 0.0, 0.0);
-        ASSERT_TRUE(rig.Start());
-        // The last W samples and their times, interpolated at (n - L) Ts.
-        const int W = 2 * L + 1;
-        std::vector<double> s(W, 0.0), t(W);
-        for (int i = 0; i < W; ++i) t[i] = (i - W) * Ts;
-        for (int n = 0; n < static_cast<int>(x.size()); ++n) {
-            s.erase(s.begin()), s.push_back(x[n]);
-            t.erase(t.begin()), t.push_back(n * Ts);
-            const double tau = std::min(t[W - 1], std::max(t[0], (n - L) * Ts));
-            const int k = std::min(static_cast<int>((tau - t[0]) / Ts), W - 2);
-            const double y = W == 1 ? x[n] : ((tau - t[k]) * (s[k + 1] - s[k])) / (t[k + 1] - t[k]) + s[k];
-            const double got = rig.Step(x[n]);
-            ASSERT_EQ(Hex(got), Hex(y)) << "L " << L << " sample " << n;
-            ASSERT_NEAR(got, n < L ? 0.0 : x[n - L], n < L ? 0.0 : 1e-14) << "L " << L << " sample " << n;
-        }
-    }
-}
-
 TEST(JitterGenerator, OffsetsAreClampedToLatencyMinusOneSamplesAndTaperedOverTheBit) {
     const double Ts = 1e-10;
     for (const double rj : {1.0, 0.0}) {  // one draw per bit at mid-bit, RJ or DJ far beyond the bound
@@ -136,6 +109,10 @@ TEST(JitterGenerator, BlockFormMatchesRunWithRealJitter) {
             for (size_t at = 0, step = 1; at < xs.size(); at += step, step = step * 3 % 401 + 1)
                 ASSERT_TRUE(block.block.RunBlock(xs.data() + at, got.data() + at, std::min(step, xs.size() - at), level));
             ASSERT_TRUE(kv2_test::SameBits(got, expected)) << SimdLevelName(level) << " latency " << latency;
+            Rig still(20, 1e-12, latency, 0.0, 0.0);  // no jitter: a delay of Latency samples
+            ASSERT_TRUE(still.Start());
+            for (int n = 0; n < 300; ++n)
+                ASSERT_NEAR(still.Step(xs[n]), n < latency ? 0.0 : xs[n - latency], 1e-14) << "latency " << latency << " n " << n;
             EXPECT_EQ(block.out, perSample.out);
             EXPECT_EQ(block.block.m_vTimes, perSample.block.m_vTimes);
             EXPECT_EQ(block.block.m_vJitters, perSample.block.m_vJitters);

@@ -1,12 +1,11 @@
-// CircularBuffer and CircularBufferBusT: index arithmetic with its single
-// wrap, chunked ring-to-ring copies, zeroing, reset and bus resizing.
+// CircularBuffer: index arithmetic with its single wrap, chunked ring-to-ring
+// copies, zeroing and reset. (The bus is wired by every receiver test.)
 #include <gtest/gtest.h>
 
 #include <numeric>
 #include <vector>
 
 #include "dataflow/CircularBuffer.h"
-#include "dataflow/CircularBufferBusT.h"
 
 using namespace TesselModelBuilder;
 
@@ -54,18 +53,4 @@ TEST(CircularBuffer, RingToRingCopyMatchesAnElementwiseReference) {
         EXPECT_EQ(s.GetCurrentIndex(), c.sCur);
         EXPECT_EQ(d.GetCurrentIndex(), c.dCur);
     }
-}
-
-TEST(CircularBufferBusT, SameCountKeepsBuffersOtherCountsStartAfresh) {
-    CircularBufferBusT<CircularBuffer<double>> bus;
-    bus.Initialize(16);
-    double slot = 0;
-    bus.Get(5)->SetBuffer(&slot, 1, 3, 0);
-    CircularBuffer<double>* before = bus.m_pCirBufBus;
-    bus.Initialize(16);
-    EXPECT_TRUE(bus.m_pCirBufBus == before && bus.Get(5)->GetRate() == 3u);
-    bus.Initialize(6);
-    EXPECT_TRUE(bus.m_iSize == 6u && bus.Get(5)->GetRate() == 1u && bus.Get(5)->m_pBuffer == nullptr);
-    bus.Initialize(0);
-    EXPECT_TRUE(bus.m_iSize == 0u && bus.m_pCirBufBus == nullptr);
 }
