@@ -1,6 +1,6 @@
 // JitterGenerator: setup messages and their order, the draws at mid-bit and
-// their clamp, the block form against Run with real jitter (taper included),
-// and the zero-jitter delay.
+// their clamp, the block form against Run with real jitter, and the
+// zero-jitter delay.
 #include <gtest/gtest.h>
 
 #include <cmath>

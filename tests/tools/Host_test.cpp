@@ -100,8 +100,6 @@ TEST_F(Host, EveryOutcomeHasItsExitCodeAndMessage) {
         {Kit({"--set", "Gain=1"}), 6,
          "amihost: bad parameter: unknown input parameter Gain (the model takes: SampleRate, EQ, SamplesPerBit, "
          "Corner)\n"},
-        {Kit({"--sweep-eq", "--sweep-param", "SampleRate"}), 6,
-         "amihost: bad parameter: cannot sweep SampleRate: it has neither an Integer Range nor a List\n"},
         // The model's own diagnostics come first, on standard error; AMI_Close follows every failure.
         {Kit({"--set", "SamplesPerBit=15"}, s_dir + "/wide.ami"), 7,
          "Latency must be lager than or equal to 0 and smaller than or equal to SamplesPerBit / 2.\n" + failed("AMI_Init"),
