@@ -85,7 +85,7 @@ TEST(ParamParser, TypedLookupsByFullPath) {
     for (const auto& c : cases) EXPECT_EQ(LookupsIn(c.text, c.path), c.read) << c.text << " " << c.path;
 }
 
-TEST(ParamParser, ValidityAndTreeShape) {
+TEST(ParamParser, ValidityAndDeepNesting) {
     EXPECT_FALSE(ParamParser("(KV2_RX (EQ 3)) (X 1)").m_bIsValid);
     // 100000 nested groups: a shallow lookup must not descend through them.
     std::string deep;
@@ -95,11 +95,5 @@ TEST(ParamParser, ValidityAndTreeShape) {
     int v = 0;
     EXPECT_TRUE(p.m_bIsValid);
     EXPECT_FALSE(p.GetValue(v, "a.EQ"));
-    const auto* root = static_cast<const BRANCH_STRUCT*>(p.m_pOutTree->pNodes[0].pData);
-    EXPECT_FALSE(p.IsParamLeafBranch(root));  // its first child is a branch
-    EXPECT_FALSE(p.IsParamLeafBranch(nullptr));
-    ParamParser flat("(KV2_RX (EQ 3))");
-    EXPECT_TRUE(flat.IsParamLeafBranch(static_cast<const BRANCH_STRUCT*>(flat.m_pOutTree->pNodes[0].pData)));
     FreeParsedTree(&p.m_pOutTree);
-    FreeParsedTree(&flat.m_pOutTree);
 }

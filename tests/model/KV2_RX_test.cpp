@@ -1,6 +1,8 @@
-// KV2_RX in-process: parameter defaults and failures, corner independence,
-// teardown, and the block path against the per-sample path. (Selection of the
-// equalizer and its response are checked through the library, ami_tests.)
+// KV2_RX in-process: parameter defaults, the bank's settings and setup
+// failures, and the block path against the per-sample path. (Selection of the
+// equalizer and its response are checked through the library, ami_tests;
+// corner names of every length and teardown by the fuzz replay and the
+// sanitizer and valgrind runs of whole sessions.)
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -91,35 +93,6 @@ TEST(KV2_RX, DefaultsSetUpAndFailuresAreReportedByTheBlocks) {
         EXPECT_EQ(testing::internal::GetCapturedStderr(), c.err);
         EXPECT_EQ(h.m->CanRunBlock(), c.ok);
     }
-}
-
-TEST(KV2_RX, CornerNamesChangeNothingAtAnyLength) {
-    const std::vector<double> xs = Wave(2000, 0.4);
-    std::vector<std::vector<double>> outputs;
-    for (const char* corner : {"Typ", "Slow", "a_corner_name_far_longer_than_ten_characters"}) {
-        Harness h;
-        delete[] h.m->Corner;
-        h.m->Corner = strcpy(new char[std::strlen(corner) + 1], corner);
-        h.m->SamplesPerBit = 32;
-        ASSERT_TRUE(h.Start());
-        EXPECT_EQ(std::strlen(h.m->Subnetwork1.corner), std::min<size_t>(9, std::strlen(corner)));
-        outputs.push_back(h.Process(xs));
-    }
-    EXPECT_TRUE(SameBits(outputs[0], outputs[1]) && SameBits(outputs[0], outputs[2]));
-}
-
-TEST(KV2_RX, ReinitialisationAndFinalizeReleaseEveryBuffer) {
-    const std::vector<double> xs = Wave(300, 0.4);
-    Harness h;
-    ASSERT_TRUE(h.Start());
-    h.Process(xs);
-    ASSERT_TRUE(h.m->Initialize());  // frees the old arrays, wires new ones
-    h.Process(xs);
-    EXPECT_TRUE(h.m->Finalize());
-    EXPECT_FALSE(h.m->IsWired());
-    EXPECT_TRUE(h.m->m_pBuffer_Subnetwork1_Dbl_to_Int_at_C9_output_output_To_Subnetwork1_M9_control_CircularBuffer == nullptr &&
-                h.m->m_pBuffer_Subnetwork1_input_output_output_15__To_Subnetwork1_S15_m_dInput == nullptr);
-    h.m.reset();  // destruction after Finalize frees nothing twice (checked under the sanitizers)
 }
 
 TEST(KV2_RX_RunBlock, EveryPathGivesThePerSampleBitsAndLeavesTheSameState) {
