@@ -108,6 +108,8 @@ TEST(KV2_RX_RunBlock, EveryPathGivesThePerSampleBitsAndLeavesTheSameState) {
                 ASSERT_TRUE(reference.ok);
                 const std::vector<double> expected = reference.Process(waves[w]);
                 const double lastOut = reference.out;
+                // The FIR's whole line, its oldest slot included: a re-design keeps it.
+                const std::vector<double> line = reference.m->B2.m_vDelayLine;
                 // Every state a path leaves behind shows in what follows.
                 const std::vector<double> next(waves[1 - w].begin(), waves[1 - w].begin() + 300);
                 const std::vector<double> expectedNext = reference.Process(next);
@@ -126,7 +128,7 @@ TEST(KV2_RX_RunBlock, EveryPathGivesThePerSampleBitsAndLeavesTheSameState) {
                                 h.m->RunBlock(got.data() + at, m, level);
                         }
                         ASSERT_TRUE(SameBits(got, expected));
-                        EXPECT_TRUE(SameBits(&h.out, &lastOut, 1));
+                        EXPECT_TRUE(SameBits(&h.out, &lastOut, 1) && SameBits(h.m->B2.m_vDelayLine, line));
                         EXPECT_TRUE(SameBits(h.Process(next), expectedNext));
                     }
                 }
