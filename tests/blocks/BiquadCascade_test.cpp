@@ -34,10 +34,10 @@ struct Rig {
     bool Init(std::string* err = nullptr) {
         testing::internal::CaptureStderr();
         const bool ok = cascade.Initialize();
-        (err ? *err : scratch) = testing::internal::GetCapturedStderr();
+        const std::string text = testing::internal::GetCapturedStderr();
+        if (err) *err = text;
         return ok;
     }
-    std::string scratch;
     double Step(double x) {
         in = x;
         EXPECT_TRUE(cascade.Run());
