@@ -25,8 +25,7 @@ struct Rig {
     double in = 0.0, out = 0.0;
     Rig(double B, int order, int T, double fs, int N) {
         block.Bandwidth = B, block.BesselOrder = order, block.NumTaps = T, block.SampleRate = fs, block.FFTSize = N;
-        block.input.SetBuffer(&in, 1, 1, 0);
-        block.output.SetBuffer(&out, 1, 1, 0);
+        block.input.SetBuffer(&in, 1, 1, 0), block.output.SetBuffer(&out, 1, 1, 0);
     }
     double Step(double x) {
         in = x;

@@ -22,25 +22,16 @@ namespace {
 
 // A model with its external ports wired the way the entry points wire them.
 struct Harness {
-    Harness() : m(std::make_unique<KV2_RX>()) {
-        m->input.SetBuffer(&in, 1, 1, 0);
-        m->output.SetBuffer(&out, 1, 1, 0);
-    }
+    Harness() : m(std::make_unique<KV2_RX>()) { m->input.SetBuffer(&in, 1, 1, 0), m->output.SetBuffer(&out, 1, 1, 0); }
     Harness(int eq, double sampleRate) : Harness() {
-        m->EQ = eq;
-        m->SampleRate = sampleRate;
-        m->SamplesPerBit = 32;
+        m->EQ = eq, m->SampleRate = sampleRate, m->SamplesPerBit = 32;
         ok = Start();
     }
     bool Start() { return m->Setup() && m->Initialize(); }
     // Runs every sample of `wave` through Run, in place; false when a Run failed.
     bool PerSample(double* wave, size_t n) {
         bool all = true;
-        for (size_t i = 0; i < n; ++i) {
-            in = wave[i];
-            all = m->Run() && all;
-            wave[i] = out;
-        }
+        for (size_t i = 0; i < n; ++i) in = wave[i], all = m->Run() && all, wave[i] = out;
         return all;
     }
     std::vector<double> Process(std::vector<double> wave) {

@@ -97,9 +97,6 @@ TEST_F(Host, EveryOutcomeHasItsExitCodeAndMessage) {
         {Kit({"--input", "wave.txt"}), 5, "amihost: bad file: wave.txt:3: not a number in \"abc\"\n"},
         {Kit({"--set", "EQ=16"}), 6, "amihost: bad parameter: parameter EQ cannot be 16: its range is 0 to 15\n"},
         {Kit({"--amplitude", "0"}), 6, "amihost: bad parameter: --amplitude must be positive\n"},
-        {Kit({"--set", "Gain=1"}), 6,
-         "amihost: bad parameter: unknown input parameter Gain (the model takes: SampleRate, EQ, SamplesPerBit, "
-         "Corner)\n"},
         // The model's own diagnostics come first, on standard error; AMI_Close follows every failure.
         {Kit({"--set", "SamplesPerBit=15"}, s_dir + "/wide.ami"), 7,
          "Latency must be lager than or equal to 0 and smaller than or equal to SamplesPerBit / 2.\n" + failed("AMI_Init"),
