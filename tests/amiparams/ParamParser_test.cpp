@@ -51,7 +51,6 @@ TEST(ParamParser, TypedLookupsByFullPath) {
         {example, "KV2_RX.EQ", "3.000000 3 - -"},
         {example, "KV2_RX.Corner", "- - - [Typ]"},
         {"(KV2_RX (EQ 3.9))", "KV2_RX.EQ", "3.900000 3 - -"},  // int truncation
-        {"(KV2_RX (EQ 0x10))", "KV2_RX.EQ", "16.000000 16 - -"},
         {"(KV2_RX (SampleRate 1e12) (N nan))", "KV2_RX.SampleRate", "1000000000000.000000 - - -"},  // beyond int
         {"(KV2_RX (SampleRate 1e12) (N nan))", "KV2_RX.N", "nan - - -"},
         {"(KV2_RX (EQ 3) (EQ 5))", "KV2_RX.EQ", "3.000000 3 - -"},  // first in document order

