@@ -72,10 +72,8 @@ inline std::vector<double> Equalized(const std::string& text, std::vector<double
     const Instance in = Open(text.c_str());
     EXPECT_EQ(in.result, 1) << text;
     double clock = 0.0;
-    for (size_t at = 0; at < wave.size(); at += block) {
-        const long n = static_cast<long>(std::min(block, wave.size() - at));
-        EXPECT_EQ(Ami().getWave(wave.data() + at, n, &clock, nullptr, in.handle), 1) << text;
-    }
+    for (size_t at = 0; at < wave.size(); at += block)
+        EXPECT_EQ(Ami().getWave(wave.data() + at, static_cast<long>(std::min(block, wave.size() - at)), &clock, nullptr, in.handle), 1);
     EXPECT_EQ(Ami().close(in.handle), 1) << text;
     return wave;
 }

@@ -93,7 +93,6 @@ TEST_F(HostileHost, NullInitArgumentsFailWithAMessage) {
     EXPECT_EQ(Ami().init(nullptr, 0, 0, 1e-12, 32e-12, text.data(), nullptr, nullptr, &msg), 0);
     ASSERT_NE(msg, nullptr);
     EXPECT_EQ(std::string(msg), "The IBIS-AMI model, KV2_RX, cannot initialize: AMI_memory_handle is null. ");
-    EXPECT_EQ(Ami().init(nullptr, 0, 0, 1e-12, 32e-12, nullptr, nullptr, nullptr, nullptr), 0);
     // No msg pointer, yet something to say: the instance still works.
     std::string parameters = "(KV2_RX (EQ 5) (SamplesPerBit 32))";
     void* handle = nullptr;

@@ -88,7 +88,6 @@ TEST(ParsedTree, TextsGiveTheirTreesOrCodes) {
         {"(A (B 3 -2 +7 3.0 1e-9 0x10 inf nan -1.5E+3 True False TRUE true \"3\" \"In\" 3x 1.0.0 DJRJ))",
          "B1 A[B] | L2 B=3:1,-2:1,+7:1,3.0:3,1e-9:3,0x10:3,inf:3,nan:3,-1.5E+3:3,True:2,False:2,TRUE:0,true:0,"
          "\"3\":0,\"In\":0,3x:0,1.0.0:0,DJRJ:0"},
-        {"(A" + std::string(120, ' ') + "(B" + std::string(120, '\t') + "1))", "B1 A[B] | L2 B=1:1"},
         {"(A (B \"" + std::string(300, ' ') + "\"))", "B1 A[B] | L2 B=\"" + std::string(300, ' ') + "\":0"},
         // Simulator strings: multi-line with CR LF, and the compact form
         // (no blank between groups, doubled quotes).

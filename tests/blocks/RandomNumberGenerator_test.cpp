@@ -30,11 +30,8 @@ struct PolarReference {
     double Next() {
         if (!pending.empty()) return std::exchange(pending, {}).back();
         double a, b, s;
-        do {
-            a = Uniform();
-            b = Uniform();
-            s = b * b + a * a;
-        } while (s >= 1.0);
+        do a = Uniform(), b = Uniform(), s = b * b + a * a;
+        while (s >= 1.0);
         const double f = std::sqrt(std::log(s) * (-2.0 * variance) / s);
         pending.push_back(a * f + mean);
         return mean + b * f;

@@ -106,8 +106,7 @@ TEST(KV2_RX_RunBlock, EveryPathGivesThePerSampleBitsAndLeavesTheSameState) {
                 const std::vector<double> expectedNext = reference.Process(next);
                 for (SimdLevel level : SupportedSimdLevels()) {
                     for (const bool alternate : {false, true}) {
-                        SCOPED_TRACE("rate " + std::to_string(rate) + " EQ " + std::to_string(eq) + " wave " +
-                                     std::to_string(w) + " " + SimdLevelName(level) + (alternate ? " alternating" : ""));
+                        SCOPED_TRACE(std::to_string(rate) + " EQ " + std::to_string(eq) + " " + SimdLevelName(level) + (alternate ? " alternating" : ""));
                         Harness h(eq, rate);
                         ASSERT_TRUE(h.m->CanRunBlock());
                         std::vector<double> got = waves[w];
