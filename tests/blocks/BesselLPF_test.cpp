@@ -58,7 +58,7 @@ TEST(BesselLPF, SetupChecksInOrderAndTheWarningDoesNotStopThem) {
 
 TEST(BesselLPF, TapsAreTheCentredInverseTransformOfTheBesselSpectrum) {
     const struct { double B; int order, T; double fs; int N; } cases[] = {
-        {1e11, 4, 5, 1e12, 128},  {1e11, 4, 4, 1e12, 128}, {1e11, 4, 64, 1e12, 128},
+        {1e11, 4, 5, 1e12, 128},  {1e11, 4, 64, 1e12, 128},
         {2e11, 3, 7, 1e12, 32},   {5e10, 1, 9, 1e12, 64},  {1e11, 2, 10, 1e12, 16},
         {3e11, 5, 33, 2e12, 256}, {1e11, 6, 16, 1e12, 64},
     };

@@ -30,7 +30,7 @@ TEST(Mux, PassesTheSelectedInputBlockThroughTheRing) {
 TEST(Mux, OutOfRangeControlIsReportedExactlyAndWritesNothing) {
     const struct { int inputs, control; const char* counted; const char* range; } cases[] = {
         {16, 16, "There are 16 inputs", "[0,15]"}, {1, -1, "There is 1 input", "[0,0]"},
-        {2, 2, "There are 2 inputs", "[0,1]"}, {0, 0, "There is 0 input", "[0,18446744073709551615]"},
+        {0, 0, "There is 0 input", "[0,18446744073709551615]"},
     };
     for (const auto& c : cases) {
         Mux<CircularBuffer<double>> mux;
