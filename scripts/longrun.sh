@@ -8,4 +8,4 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${1:-build}
 samples=${2:-100000000}
-"$build/tests/ami/ami_soak" "$build/KV2_RX_x64.so" long "$samples" 4096
+"$build/tools/soak/ami_soak" "$build/KV2_RX_x64.so" long "$samples" 4096

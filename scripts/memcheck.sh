@@ -19,8 +19,8 @@ memcheck() {
 
 echo "== memcheck: 1000 sessions of 3000 samples"
 # valgrind reports on fd 9 (stderr); the model's block diagnostics are dropped.
-memcheck "$build/tests/ami/ami_soak" "$library" cycles 1000 3000 257 9>&2 2> /dev/null
+memcheck "$build/tools/soak/ami_soak" "$library" cycles 1000 3000 257 9>&2 2> /dev/null
 echo "== memcheck: one session of 1000000 samples"
-memcheck "$build/tests/ami/ami_soak" "$library" cycles 1 1000000 4096 9>&2 2> /dev/null
+memcheck "$build/tools/soak/ami_soak" "$library" cycles 1 1000000 4096 9>&2 2> /dev/null
 echo "== memcheck: C host, two copies side by side"
 memcheck "$build/tests/ami/ami_c_host_test" "$library" static-runtime 9>&2

@@ -46,18 +46,13 @@ inline std::string NotFound(const char* name) {
            " from the AMI_Init arguments.  The model will use the default setting. ";
 }
 
-struct Instance {
-    long result = -1;
-    void* handle = nullptr;
-    char* msg = nullptr;
-};
+struct Instance { long result = -1; void* handle = nullptr; char* msg = nullptr; };
 
-// AMI_Init on a copy of `text` (null passes no text), 1 ps samples; *msg starts as `sentinel`.
-inline Instance Open(const char* text, char* sentinel = nullptr, double bitTime = 32e-12) {
-    Instance in;
-    in.msg = sentinel;
+// AMI_Init on a copy of `text` (null passes no text), 1 ps samples, 32 per bit; *msg starts as `sentinel`.
+inline Instance Open(const char* text, char* sentinel = nullptr) {
+    Instance in{-1, nullptr, sentinel};
     std::string copy = text ? text : "";
-    in.result = Ami().init(nullptr, 0, 0, 1e-12, bitTime, text ? copy.data() : nullptr, nullptr, &in.handle, &in.msg);
+    in.result = Ami().init(nullptr, 0, 0, 1e-12, 32e-12, text ? copy.data() : nullptr, nullptr, &in.handle, &in.msg);
     return in;
 }
 
@@ -66,11 +61,9 @@ inline std::vector<double> Nrz(size_t n, unsigned seed, double noise = 0.0) {
     std::mt19937 rng(seed);
     std::uniform_real_distribution<double> jitter(-noise, noise);
     std::vector<double> wave(n);
-    double level = 0.5;
-    for (size_t i = 0; i < n; ++i) {
-        if (i % 32 == 0) level = (rng() & 1) ? 0.5 : -0.5;
-        wave[i] = noise > 0.0 ? level + jitter(rng) : level;
-    }
+    for (size_t i = 0; i < n; ++i) wave[i] = i % 32 ? wave[i - 1] : (rng() & 1) ? 0.5 : -0.5;
+    if (noise > 0.0)
+        for (double& v : wave) v += jitter(rng);
     return wave;
 }
 
@@ -79,10 +72,8 @@ inline std::vector<double> Equalized(const std::string& text, std::vector<double
     const Instance in = Open(text.c_str());
     EXPECT_EQ(in.result, 1) << text;
     double clock = 0.0;
-    for (size_t at = 0; at < wave.size(); at += block) {
-        const long n = static_cast<long>(std::min(block, wave.size() - at));
-        EXPECT_EQ(Ami().getWave(wave.data() + at, n, &clock, nullptr, in.handle), 1) << text;
-    }
+    for (size_t at = 0; at < wave.size(); at += block)
+        EXPECT_EQ(Ami().getWave(wave.data() + at, static_cast<long>(std::min(block, wave.size() - at)), &clock, nullptr, in.handle), 1);
     EXPECT_EQ(Ami().close(in.handle), 1) << text;
     return wave;
 }

@@ -1,19 +1,14 @@
 // Tests of the parameter-tree parser: trees of the example texts (value
-// typing included), every reachable return code, the whitespace limit, real
-// simulator strings and generated malformed input.
+// typing included), every reachable return code and real simulator strings.
+// Malformed input at large is the fuzzer's (fuzz/, replayed by the AMI tests);
+// the whitespace limit is cmn's.
 #include "amiparams/ParsedTree.h"
-
-#include "ChildProcess.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <random>
-#include <set>
 #include <string>
 #include <vector>
-
-using kv2_test::RunInChild;
 
 namespace {
 
@@ -50,24 +45,6 @@ std::string Describe(const TREE* tree) {
     return out;
 }
 
-// Structural checks a correct tree always passes: the root is a branch,
-// every record appears once in the flat list, children point at records of
-// the flat list one level down.
-void CheckStructure(const TREE* tree) {
-    ASSERT_TRUE(tree->pNodes != nullptr && tree->nNodes >= 1);
-    ASSERT_TRUE(tree->pNodes[0].eKind == PTREE_KIND_BRANCH && tree->pNodes[0].pData != nullptr);
-    std::set<const void*> records;
-    for (int i = 0; i < tree->nNodes; ++i)
-        EXPECT_TRUE(!tree->pNodes[i].pData || records.insert(tree->pNodes[i].pData).second) << "entry " << i;
-    for (int i = 0; i < tree->nNodes; ++i) {
-        const NODE_ENTRY& e = tree->pNodes[i];
-        if (e.pData == nullptr || e.eKind != PTREE_KIND_BRANCH) continue;
-        const BRANCH_STRUCT* b = static_cast<const BRANCH_STRUCT*>(e.pData);
-        for (int c = 0; c < b->nChildren; ++c)
-            EXPECT_TRUE(records.count(b->pChildren[c].pData) && b->pChildren[c].nLevel == e.nLevel + 1) << i << "." << c;
-    }
-}
-
 const PTREE kSentinel = reinterpret_cast<PTREE>(static_cast<uintptr_t>(0x5a5a));
 
 // The tree of text, or "code N" when it fails (and then the output is untouched).
@@ -78,7 +55,6 @@ std::string ParseAndDescribe(const char* text) {
         EXPECT_EQ(tree, kSentinel);
         return "code " + std::to_string(rc);
     }
-    CheckStructure(tree);
     const std::string description = Describe(tree);
     FreeParsedTree(&tree);
     EXPECT_EQ(tree, nullptr);
@@ -91,15 +67,10 @@ TEST(ParsedTree, TextsGiveTheirTreesOrCodes) {
     const struct { std::string text; std::string tree; } cases[] = {
         {"(KV2_RX (EQ 3) (SamplesPerBit 32) (Corner \"Typ\"))",
          "B1 KV2_RX[EQ,SamplesPerBit,Corner] | L2 EQ=3:1 | L2 SamplesPerBit=32:1 | L2 Corner=\"Typ\":0"},
-        {"\n\t  (KV2_RX (EQ 3))", "B1 KV2_RX[EQ] | L2 EQ=3:1"},
-        {"(A (B \"x ) y\"))", "B1 A[B] | L2 B=\"x ) y\":0"},
-        {"(A (B \"(\" \")\"))", "B1 A[B] | L2 B=\"(\":0,\")\":0"},
         // A nested list inside the values drops the leaf; a "(" right after
         // the name makes a branch.
         {"(A (L 1 (2 3)) (M 4))", "B1 A[M] | L2 M=4:1 | - | -"},
-        {"(A (L 1(2 (3 4)) 5) (M 4))", "B1 A[M] | L2 M=4:1 | - | - | -"},
         {"(A (L (2 3)))", "B1 A[L] | B2 L[2] | L3 2=3:1"},
-        {"(A (L(2 3)))", "B1 A[L] | B2 L[2] | L3 2=3:1"},
         {"(A (B (C (D x))) (E y))", "B1 A[B,E] | B2 B[C] | B3 C[D] | L4 D=x:0 | L2 E=y:0"},
         // Blanks before ")" are trimmed off; an empty group is a leaf with
         // an empty value.
@@ -117,98 +88,21 @@ TEST(ParsedTree, TextsGiveTheirTreesOrCodes) {
         {"(A (B 3 -2 +7 3.0 1e-9 0x10 inf nan -1.5E+3 True False TRUE true \"3\" \"In\" 3x 1.0.0 DJRJ))",
          "B1 A[B] | L2 B=3:1,-2:1,+7:1,3.0:3,1e-9:3,0x10:3,inf:3,nan:3,-1.5E+3:3,True:2,False:2,TRUE:0,true:0,"
          "\"3\":0,\"In\":0,3x:0,1.0.0:0,DJRJ:0"},
-        {"(A" + std::string(120, ' ') + "(B" + std::string(120, '\t') + "1))", "B1 A[B] | L2 B=1:1"},
         {"(A (B \"" + std::string(300, ' ') + "\"))", "B1 A[B] | L2 B=\"" + std::string(300, ' ') + "\":0"},
         // Simulator strings: multi-line with CR LF, and the compact form
         // (no blank between groups, doubled quotes).
-        {"\n(KV2_RX\n\t(Reserved_Parameters\n\t\t(AMI_Version \"7.1\")\n\t\t(GetWave_Exists True)\n\t)\n"
-         "\t(SampleRate 1e12)\n\t(EQ 7)\r\n\t(SamplesPerBit   32  )\n\t(Model_Specific (Mode \"Adaptive\"))\n)\n",
-         "B1 KV2_RX[Reserved_Parameters,SampleRate,EQ,SamplesPerBit,Model_Specific] | "
-         "B2 Reserved_Parameters[AMI_Version,GetWave_Exists] | L3 AMI_Version=\"7.1\":0 | L3 GetWave_Exists=True:2 | "
-         "L2 SampleRate=1e12:3 | L2 EQ=7:1 | L2 SamplesPerBit=32:1 | B2 Model_Specific[Mode] | L3 Mode=\"Adaptive\":0"},
+        {"\n(KV2_RX\n\t(Reserved\n\t\t(AMI_Version \"7.1\")\r\n\t)\n\t(EQ   7  )\r\n)\n",
+         "B1 KV2_RX[Reserved,EQ] | B2 Reserved[AMI_Version] | L3 AMI_Version=\"7.1\":0 | L2 EQ=7:1"},
         {"(KV2_RX (SampleRate 1000000000000.0)(EQ 10)(Corner \"\"Typ\"\"))",
          "B1 KV2_RX[SampleRate,EQ,Corner] | L2 SampleRate=1000000000000.0:3 | L2 EQ=10:1 | L2 Corner=\"\"Typ\"\":0"},
         {"(KV2_RX(Sub(EQ 1)(X 2))(Y 3))", "B1 KV2_RX[Sub,Y] | B2 Sub[EQ,X] | L3 EQ=1:1 | L3 X=2:1 | L2 Y=3:1"},
         // Every reachable failure code.
-        {"", "code 2"}, {"   \n", "code 2"}, {"KV2_RX (EQ 3)", "code 2"}, {")(", "code 2"},
-        {"(KV2_RX (EQ 3)", "code 1"}, {"(A (B 1)))", "code 1"}, {"(A (B \"1)))", "code 1"}, {"(A))((B 1)", "code 1"},
-        {"(A 1)", "code 3"}, {"(A \"(\" )", "code 3"},
-        {"(KV2_RX (EQ 3)) (X 1)", "code 5"}, {"(A (B 1)) (C (D 2))", "code 5"},
-        {"(KV2_RX)", "code 6"}, {"()", "code 6"}, {"( )", "code 6"}, {"(A (B 1)) \"C 2)\" ()", "code 6"},
+        {"   \n", "code 2"}, {"KV2_RX (EQ 3)", "code 2"}, {"(KV2_RX (EQ 3)", "code 1"}, {"(A (B \"1)))", "code 1"},
+        {"(A))((B 1)", "code 1"}, {"(A \"(\" )", "code 3"}, {"(A (B 1)) (C (D 2))", "code 5"}, {"( )", "code 6"},
+        {"(A (B 1)) \"C 2)\" ()", "code 6"},
     };
     for (const auto& c : cases) EXPECT_EQ(ParseAndDescribe(c.text.c_str()), c.tree) << c.text;
     EXPECT_EQ(ParseAndDescribe(nullptr), "code 3");
     EXPECT_EQ(GetParsedTree("(A (B 1))", nullptr), 3);
-    FreeParsedTree(nullptr);
-    PTREE none = nullptr;
-    FreeParsedTree(&none);
-}
-
-TEST(ParsedTree, LongWhitespaceRunsAbort) {
-    const std::string cases[] = {
-        "(KV2_RX" + std::string(121, ' ') + "(EQ 3))",
-        std::string(121, '\n') + "(KV2_RX (EQ 3))",
-        "(KV2_RX (EQ" + std::string(61, ' ') + std::string(60, '\t') + "3))",
-        "(KV2_RX (EQ 3" + std::string(121, ' ') + "))",
-    };
-    for (const std::string& text : cases) {
-        PTREE tree = nullptr;
-        const auto outcome = RunInChild([&] { GetParsedTree(text.c_str(), &tree); });
-        EXPECT_TRUE(outcome.bAborted) << text.size();
-        EXPECT_EQ(outcome.sStdout, "cmn.cpp:616:assertion failed.\n");
-    }
-}
-
-// Truncations and random edits of valid texts: the parser must return one
-// of its codes, hand out a well-formed tree on 0 and release it completely
-// (leaks and bad accesses show in the sanitizer build).
-TEST(ParsedTree, GeneratedMalformedInputReturnsACode) {
-    const std::string bases[] = {
-        "(KV2_RX (EQ 3) (SamplesPerBit 32) (Corner \"Typ\"))",
-        "(KV2_RX (SampleRate 1000000000000.0)(EQ 10)(SamplesPerBit 32)(Corner \"\"Typ\"\"))",
-        "\n(KV2_RX\n\t(Reserved (AMI_Version \"7.1\") (GetWave_Exists True))\n\t(EQ 7)\n\t(L 1 (2 \"(\" 3)) (M 4 5)\n)\n",
-        "(A (B (C 1)) (D \"x ) y\" 2.5) (E (F (G True))))",
-    };
-    const uint32_t seed = 20240607u;
-    std::mt19937 rng(seed);
-    SCOPED_TRACE("seed " + std::to_string(seed));
-    std::vector<std::string> inputs;
-    for (const std::string& base : bases)
-        for (size_t n = 0; n <= base.size(); ++n) inputs.push_back(base.substr(0, n));
-    const std::string alphabet = "()\"  \t\nAB1.x";
-    for (int i = 0; i < 4000; ++i) {
-        std::string s = bases[rng() % 4];
-        for (int e = 0, edits = 1 + static_cast<int>(rng() % 4); e < edits && !s.empty(); ++e) {
-            const size_t at = rng() % s.size();
-            switch (rng() % 4) {
-            case 0: s.erase(at, 1); break;
-            case 1: s.insert(at, 1, alphabet[rng() % alphabet.size()]); break;
-            case 2: s[at] = alphabet[rng() % alphabet.size()]; break;
-            default: s.insert(at, s.substr(rng() % s.size(), 1 + rng() % 12)); break;
-            }
-        }
-        inputs.push_back(s);
-    }
-    // Edits cannot make a blank run long enough to abort; every code is
-    // returned without a tree, code 0 with a sound one that frees completely
-    // (leaks and bad accesses show in the sanitizer build).
-    int counts[9] = {};
-    for (const std::string& text : inputs) {
-        PTREE tree = kSentinel;
-        const int rc = GetParsedTree(text.c_str(), &tree);
-        ASSERT_TRUE(rc >= 0 && rc <= 8 && rc != 4) << rc << " for " << text;
-        ++counts[rc];
-        if (rc != 0) {
-            ASSERT_EQ(tree, kSentinel) << text;
-            continue;
-        }
-        CheckStructure(tree);
-        FreeParsedTree(&tree);
-        ASSERT_EQ(tree, nullptr);
-    }
-    // The generator must reach both the good and the failing paths.
-    EXPECT_GT(counts[0], 100);
-    EXPECT_GT(counts[1], 100);
-    EXPECT_GT(counts[2], 0);
-    EXPECT_GT(counts[5] + counts[6], 0);
+    FreeParsedTree(nullptr);  // and nothing to free is no fault
 }

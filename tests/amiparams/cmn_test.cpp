@@ -1,4 +1,6 @@
-// Tests of the CMN_ memory and text utilities.
+// Tests of the CMN_ memory and text utilities: whitespace, the broken
+// preconditions and allocation failure. (Allocation and copies themselves
+// carry every parse of ParsedTree_test and ParamParser_test.)
 #include "amiparams/IbisParser/cmn.h"
 #include "amiparams/IbisParser/errlog.h"
 
@@ -21,32 +23,6 @@ extern "C" const char* __asan_default_options() { return "allocator_may_return_n
 template <typename Fn> std::string CaptureLog(Fn fn) { return kv2_test::CaptureStream(gpLogFile, fn); }
 using kv2_test::RunInChild;
 
-TEST(cmn, AllocatesZeroFilledAndCopiesTexts) {
-    unsigned char* block = nullptr;
-    ASSERT_EQ(CMN_malloc(reinterpret_cast<void**>(&block), 64), 1);
-    EXPECT_EQ(std::string(block, block + 64), std::string(64, '\0'));
-    memset(block, 0x5a, 64);
-    ASSERT_EQ(CMN_realloc(reinterpret_cast<void**>(&block), 4096), 1);
-    EXPECT_EQ(std::string(block, block + 64), std::string(64, 0x5a));
-    CMN_freeSetNull(reinterpret_cast<void**>(&block));
-    EXPECT_EQ(block, nullptr);
-
-    char* copy = CMN_StrMake("Typ");
-    EXPECT_STREQ(copy, "Typ");
-    CMN_free(copy);
-    EXPECT_EQ(CMN_StrMake(nullptr), nullptr);
-    // StrMakeN: n + 1 bytes, zero-filled past the copy.
-    const struct { const char* s; int n; const char* expected; } cases[] = {
-        {"abcdef", 3, "abc"}, {"ab", 5, "ab"}, {"", 0, ""}, {"xyz", 0, ""}, {nullptr, 2, ""}};
-    for (const auto& c : cases) {
-        char* s = CMN_StrMakeN(c.s, c.n);
-        std::string expected(c.expected);
-        expected.resize(size_t(c.n) + 1, '\0');
-        EXPECT_EQ(std::string(s, s + c.n + 1), expected);
-        CMN_freeSetNull(reinterpret_cast<void**>(&s));
-    }
-}
-
 TEST(cmn, WhitespaceIsTheCLocaleBlanksOfASignedByteAndAtMost120AreEaten) {
     // 0x120 is taken as the byte 0x20.
     for (int c : std::initializer_list<int>{' ', '\t', '\n', '\v', '\f', '\r', 0x120}) EXPECT_NE(CMN_IsWhitespace(c), 0) << c;
@@ -67,13 +43,11 @@ TEST(cmn, BrokenPreconditionsPrintTheirLineAndAbort) {
     static const std::string s_run121 = std::string(121, ' ') + "x";
     const struct { const char* what; void (*call)(); int line; } cases[] = {
         {"malloc null out", [] { CMN_malloc(nullptr, 8); }, 391},
-        {"malloc null out and zero size", [] { CMN_malloc(nullptr, 0); }, 391},
         {"malloc zero size", [] { CMN_malloc(&s_block, 0); }, 392},
         {"realloc null", [] { CMN_realloc(nullptr, 8); }, 421},
         {"realloc zero size", [] { CMN_realloc(&s_block, 0); }, 422},
         {"free null", [] { CMN_free(nullptr); }, 450},
         {"freeSetNull on null", [] { CMN_freeSetNull(&s_null); }, 465},
-        {"freeSetNull null handle", [] { CMN_freeSetNull(nullptr); }, 465},
         {"eat null cursor", [] { CMN_EatWhitespace(nullptr); }, 607},
         {"eat 121 blanks", [] { const char* p = s_run121.c_str(); CMN_EatWhitespace(&p); }, 616},
     };
@@ -92,11 +66,9 @@ TEST(cmn, AllocationFailureIsLoggedAndReported) {
     void *old = malloc(16), *kept = old;
     const std::string logs[2] = {CaptureLog([&] { EXPECT_EQ(CMN_malloc(&block, SIZE_MAX), 0); }),
                                  CaptureLog([&] { EXPECT_EQ(CMN_realloc(&old, SIZE_MAX), 0); })};
-    EXPECT_EQ(block, nullptr);
-    EXPECT_EQ(old, nullptr);
+    EXPECT_TRUE(block == nullptr && old == nullptr);
     free(kept);  // realloc left it in place; only the caller's pointer was lost
     EXPECT_EQ(logs[0].rfind("ERROR - Memory allocation failed.  This request ", 0), 0u) << logs[0];
     EXPECT_EQ(logs[1].rfind("ERROR - Memory reallocation failed.  This request ", 0), 0u) << logs[1];
-    EXPECT_EQ(logs[0].substr(logs[0].size() - 3), ".\n\n") << logs[0];
     EXPECT_EQ(gulError_cnt, errorsBefore + 2);
 }

@@ -17,8 +17,7 @@ namespace kv2_test {
 struct ChildResult {
     bool bAborted = false;  // ended by SIGABRT
     int nExit = -1;         // exit status, when it exited
-    std::string sStdout;
-    std::string sStderr;
+    std::string sStdout, sStderr;
 };
 
 // Everything written to a temporary file, which is then closed.
@@ -37,16 +36,13 @@ ChildResult RunInChild(Fn&& fn) {
     FILE* out = tmpfile();  // files, so that a chatty child never blocks
     FILE* err = tmpfile();
     if (out == nullptr || err == nullptr) return r;
-    fflush(stdout);
-    fflush(stderr);
+    fflush(stdout), fflush(stderr);
     const pid_t pid = fork();
     if (pid == 0) {
-        dup2(fileno(out), STDOUT_FILENO);
-        dup2(fileno(err), STDERR_FILENO);
+        dup2(fileno(out), STDOUT_FILENO), dup2(fileno(err), STDERR_FILENO);
         int code = 0;
         if constexpr (std::is_void_v<decltype(fn())>) fn(); else code = fn();
-        fflush(stdout);
-        fflush(stderr);
+        fflush(stdout), fflush(stderr);
         _exit(code);
     }
     int status = 0;
@@ -54,8 +50,7 @@ ChildResult RunInChild(Fn&& fn) {
         r.bAborted = WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT;
         if (WIFEXITED(status)) r.nExit = WEXITSTATUS(status);
     }
-    r.sStdout = ReadBack(out);
-    r.sStderr = ReadBack(err);
+    r.sStdout = ReadBack(out), r.sStderr = ReadBack(err);
     return r;
 }
 

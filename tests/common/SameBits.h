@@ -1,14 +1,21 @@
-// Test helper: bit-for-bit equality of sample arrays; a mismatch names the
-// first differing sample and prints both values as %a.
+// Test helpers: a double as its exact %a text, and bit-for-bit equality of
+// sample arrays (a mismatch names the first differing sample).
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <cstdio>
 #include <cstring>
+#include <string>
 #include <vector>
 
 namespace kv2_test {
+
+inline std::string Hex(double v) {
+    char text[40];
+    snprintf(text, sizeof text, "%a", v);
+    return text;
+}
 
 inline testing::AssertionResult SameBits(const double* a, const double* b, size_t n) {
     for (size_t i = 0; i < n; ++i) {

@@ -12,21 +12,18 @@ using namespace TesselModelBuilder;
 TEST(TypeConverter, RoundsHalvesAwayFromZeroAndSaturates) {
     using Converter = ScalarToScalar<CircularBuffer<double>, CircularBuffer<int>,
                                      TypeConverterRound, DFModel>;
-    struct Case { double in; int out; };
-    const Case cases[] = {
-        {0.5, 1}, {-0.5, -1}, {2.5, 3}, {-2.5, -3}, {1.4999999, 1}, {0.49999999999999994, 0},
-        {10.0, 10}, {-0.0, 0}, {2147483647.4, 2147483647}, {2147483647.5, 2147483647},
-        {3.0e9, 2147483647}, {-3.0e9, -2147483647 - 1}, {-2147483648.4, -2147483647 - 1},
-        {std::numeric_limits<double>::infinity(), 2147483647},
-        {-std::numeric_limits<double>::infinity(), -2147483647 - 1},
-        {std::nan(""), -2147483647 - 1},
+    const double inf = std::numeric_limits<double>::infinity();
+    const struct { double in; int out; } cases[] = {
+        {0.5, 1}, {-2.5, -3}, {1.4999999, 1}, {0.49999999999999994, 0}, {-0.0, 0},
+        {2147483647.5, 2147483647}, {3.0e9, 2147483647}, {-2147483648.4, INT32_MIN}, {-3.0e9, INT32_MIN},
+        {inf, 2147483647}, {-inf, INT32_MIN}, {std::nan(""), INT32_MIN},
     };
     Converter converter;
     double in = 0;
     int out = 0;
     converter.input.SetBuffer(&in, 1, 1, 0);
     converter.output.SetBuffer(&out, 1, 1, 0);
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         in = c.in;
         out = 12345;
         EXPECT_TRUE(converter.Run());

@@ -1,11 +1,10 @@
 // Channel: step response of one section against the RC closed form, unit
-// gain at DC, and the stated loss against the transfer function.
+// gain at DC, and the refused corners.
 #include "tools/Channel.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <complex>
 
 using amihost::Channel;
 
@@ -20,12 +19,6 @@ TEST(Channel, SectionsAreRcLowPassesFromASettledStart) {
     const Channel ch(Channel::DefaultCorners(), T);
     ch.Process(dc);
     EXPECT_EQ(dc, std::vector<double>(100, 0.25));
-    for (double freq : {1e9, 5e9, 7.8125e9}) {
-        std::complex<double> h = 1.0;
-        for (double fc : Channel::DefaultCorners()) h /= std::complex<double>(1.0, freq / fc);
-        EXPECT_NEAR(ch.LossDb(freq), -20.0 * std::log10(std::abs(h)), 1e-9) << freq;
-    }
-    EXPECT_GT(ch.LossDb(7.8125e9), 20.0);
     for (const auto& bad : {std::make_pair(1e9, 0.0), std::make_pair(0.0, 1e-12), std::make_pair(-1e9, 1e-12)})
         EXPECT_THROW(Channel({bad.first}, bad.second), std::invalid_argument);
 }

@@ -1,41 +1,21 @@
-// AmiLibrary and ModelRun against the built receiver: the kit's default
-// parameter string initialises it with nothing to report, and the host's
-// block size never changes the equalized samples.
+// AmiLibrary and ModelRun against the built receiver: calls and progress are
+// counted, and the host's block size never changes the equalized samples.
+// (That the kit's parameter string initialises the model with nothing to
+// report is checked on amihost's single run, Host_test.)
 #include "tools/ModelRun.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <string>
 
-#include "tools/AmiFile.h"
+#include "SameBits.h"
 #include "tools/AmiLibrary.h"
 #include "tools/Channel.h"
-#include "tools/ParameterString.h"
 #include "tools/Prbs.h"
 
 using namespace amihost;
 
-namespace {
-std::string Hex(double v) { char t[40]; std::snprintf(t, sizeof t, "%a", v); return t; }
-}  // namespace
-
-TEST(ModelRun, KitDefaultsInitialiseTheModelWithNothingToReport) {
-    const AmiLibrary lib(KV2_RX_SO_PATH);
-    std::string params = ParameterString(AmiFile::Load(KIT_AMI_PATH)).Text();
-    std::vector<double> impulse(64, 0.0);
-    impulse[0] = 1.0;
-    char sentinel[] = "untouched";
-    char *msg = sentinel, *out = nullptr;
-    void* handle = nullptr;
-    EXPECT_EQ(lib.Init(impulse.data(), 64, 0, 1e-12, 100e-12, &params[0], &out, &handle, &msg), 1);
-    EXPECT_EQ(msg, sentinel) << "message: " << msg;
-    EXPECT_EQ(out, nullptr);
-    ASSERT_NE(handle, nullptr);
-    EXPECT_EQ(lib.Close(handle), 1);
-}
-
-TEST(ModelRun, BlockSizeNeverChangesTheOutput) {
+TEST(ModelRun, CallsAreCountedAndBlockSizeNeverChangesTheOutput) {
     const AmiLibrary lib(KV2_RX_SO_PATH);
     RunSettings s;
     s.sParameters = "(KV2_RX (SampleRate 1e12) (EQ 9) (SamplesPerBit 32) (Corner \"Typ\"))";
@@ -43,20 +23,16 @@ TEST(ModelRun, BlockSizeNeverChangesTheOutput) {
     std::vector<double> input;  // PRBS15 through the default channel
     for (uint8_t b : Prbs(15).Bits(300)) input.insert(input.end(), 32, b ? 0.5 : -0.5);
     Channel(Channel::DefaultCorners(), 1e-12).Process(input);
-    s.nBlock = input.size();
-    const RunResult whole = ModelRun::Run(lib, s, input);
-    ASSERT_EQ(whole.iInitResult, 1);
-    EXPECT_EQ(whole.iGetWaveResult + whole.iCloseResult, 2);
-    EXPECT_EQ(whole.nClockTimes, 0u);  // the model writes no clock times
-    EXPECT_NE(whole.vOutput, input);
-    for (size_t block : {size_t{1}, size_t{813}}) {
+    std::vector<RunResult> runs;
+    for (size_t block : {input.size(), size_t{813}}) {
         s.nBlock = block;
         std::atomic<size_t> progress{0};
-        const RunResult r = ModelRun::Run(lib, s, input, &progress);
+        runs.push_back(ModelRun::Run(lib, s, input, &progress));
+        const RunResult& r = runs.back();
+        EXPECT_TRUE(r.iInitResult == 1 && r.iGetWaveResult == 1 && r.iCloseResult == 1);
         EXPECT_EQ(r.nGetWaveCalls, (input.size() + block - 1) / block);
-        EXPECT_EQ(progress.load(), input.size());
-        ASSERT_EQ(r.vOutput.size(), input.size());
-        for (size_t i = 0; i < input.size(); ++i)
-            ASSERT_EQ(Hex(r.vOutput[i]), Hex(whole.vOutput[i])) << "block " << block << ", sample " << i;
+        EXPECT_TRUE(progress.load() == input.size() && r.nClockTimes == 0u);  // the model writes no clock times
     }
+    EXPECT_NE(runs[0].vOutput, input);
+    EXPECT_TRUE(kv2_test::SameBits(runs[1].vOutput, runs[0].vOutput));
 }
