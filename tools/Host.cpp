@@ -22,7 +22,6 @@
 #include "tools/EyePlot.h"
 #include "tools/HostError.h"
 #include "tools/IbsFile.h"
-#include "tools/JsonWriter.h"
 #include "tools/ModelRun.h"
 #include "tools/ParameterString.h"
 #include "tools/Prbs.h"
@@ -194,42 +193,34 @@ std::string EyeLine(const EyeResult& e, double bitTime) {
     return line;
 }
 
-void WriteEye(JsonWriter& j, const EyeResult& e, double bitTime) {
-    j.BeginObject();
-    j.Key("open").Value(e.bOpen);
-    j.Key("height_v").Value(e.dHeight);
-    j.Key("width_ui").Value(e.dWidthUI);
-    j.Key("width_s").Value(e.dWidthUI * bitTime);
-    j.Key("sampling_delay_samples").Value(static_cast<long long>(e.iDelay));
-    j.Key("phase_ui").Value(e.dPhaseUI);
-    j.Key("threshold_v").Value(e.dThreshold);
-    j.Key("level_one_v").Value(e.dLevel1);
-    j.Key("level_zero_v").Value(e.dLevel0);
-    j.Key("bits").Value(static_cast<long long>(e.nBits));
-    j.EndObject();
+nlohmann::ordered_json EyeJson(const EyeResult& e, double bitTime) {
+    return {{"open", e.bOpen},
+            {"height_v", e.dHeight},
+            {"width_ui", e.dWidthUI},
+            {"width_s", e.dWidthUI * bitTime},
+            {"sampling_delay_samples", e.iDelay},
+            {"phase_ui", e.dPhaseUI},
+            {"threshold_v", e.dThreshold},
+            {"level_one_v", e.dLevel1},
+            {"level_zero_v", e.dLevel0},
+            {"bits", e.nBits}};
 }
 
-void WriteRun(JsonWriter& j, const Outcome& o, double bitTime) {
-    j.BeginObject();
-    if (!o.sValue.empty()) j.Key("setting").Value(o.sValue);
-    j.Key("parameters").Value(o.sParameters);
-    j.Key("ami_init").BeginObject();
-    j.Key("result").Value(static_cast<long long>(o.run.iInitResult));
-    if (o.run.bHasMessage) j.Key("message").Value(o.run.sMessage); else j.Key("message").Null();
-    if (o.run.bHasParametersOut) j.Key("parameters_out").Value(o.run.sParametersOut); else j.Key("parameters_out").Null();
-    j.Key("impulse_changed").Value(o.run.bImpulseChanged);
-    j.EndObject();
-    j.Key("ami_getwave").BeginObject();
-    j.Key("result").Value(static_cast<long long>(o.run.iGetWaveResult));
-    j.Key("calls").Value(static_cast<long long>(o.run.nGetWaveCalls));
-    j.Key("clock_times").Value(static_cast<long long>(o.run.nClockTimes));
-    j.EndObject();
-    j.Key("ami_close").BeginObject().Key("result").Value(static_cast<long long>(o.run.iCloseResult)).EndObject();
-    j.Key("seconds").Value(o.run.dSeconds);
-    if (o.nNonFinite != 0) j.Key("first_non_finite_sample").Value(static_cast<long long>(o.nNonFinite));
-    j.Key("eye");
-    if (Measured(o)) WriteEye(j, o.eye, bitTime); else j.Null();
-    j.EndObject();
+nlohmann::ordered_json RunJson(const Outcome& o, double bitTime) {
+    const nlohmann::ordered_json null;
+    nlohmann::ordered_json j;
+    if (!o.sValue.empty()) j["setting"] = o.sValue;
+    j["parameters"] = o.sParameters;
+    j["ami_init"] = {{"result", o.run.iInitResult},
+                     {"message", o.run.bHasMessage ? nlohmann::ordered_json(o.run.sMessage) : null},
+                     {"parameters_out", o.run.bHasParametersOut ? nlohmann::ordered_json(o.run.sParametersOut) : null},
+                     {"impulse_changed", o.run.bImpulseChanged}};
+    j["ami_getwave"] = {{"result", o.run.iGetWaveResult}, {"calls", o.run.nGetWaveCalls}, {"clock_times", o.run.nClockTimes}};
+    j["ami_close"] = {{"result", o.run.iCloseResult}};
+    j["seconds"] = o.run.dSeconds;
+    if (o.nNonFinite != 0) j["first_non_finite_sample"] = o.nNonFinite;
+    j["eye"] = Measured(o) ? EyeJson(o.eye, bitTime) : null;
+    return j;
 }
 
 void WriteText(const std::string& path, const std::string& text) {
@@ -577,64 +568,48 @@ int Host::Run(HostOptions o, std::ostream& out) {
         written.push_back(path("stat_eye.png"));
     }
 
-    JsonWriter j;
-    j.BeginObject();
-    j.Key("library").Value(o.sLibrary);
-    j.Key("ami_file").Value(o.sAmiFile);
-    j.Key("root").Value(ami.RootName());
-    j.Key("stimulus").BeginObject();
-    j.Key("description").Value(stim.sDescription);
-    if (stim.vBits.empty()) j.Key("input_file").Value(o.sInput); else j.Key("prbs").Value(static_cast<long long>(o.iPrbs));
-    j.Key("samples").Value(static_cast<long long>(stim.vWave.size()));
-    j.Key("samples_per_bit").Value(static_cast<long long>(stim.iSamplesPerBit));
-    j.Key("sample_interval_s").Value(stim.dSampleInterval);
-    j.Key("bit_time_s").Value(stim.dBitTime);
-    j.EndObject();
-    j.Key("channel");
+    // NaN and infinities are written as null.
+    nlohmann::ordered_json j, null;
+    j["library"] = o.sLibrary;
+    j["ami_file"] = o.sAmiFile;
+    j["root"] = ami.RootName();
+    nlohmann::ordered_json st = {{"description", stim.sDescription}};
+    if (stim.vBits.empty()) st["input_file"] = o.sInput; else st["prbs"] = o.iPrbs;
+    st["samples"] = stim.vWave.size();
+    st["samples_per_bit"] = stim.iSamplesPerBit;
+    st["sample_interval_s"] = stim.dSampleInterval;
+    st["bit_time_s"] = stim.dBitTime;
+    j["stimulus"] = st;
+    nlohmann::ordered_json ch;
     if (stim.bChannel && !o.sChannelFile.empty()) {
-        j.BeginObject();
-        j.Key("model").Value(stim.sChannel);
-        j.Key("touchstone").Value(o.sChannelFile);
-        j.Key("ports").Value(o.sPorts);
-        j.Key("nyquist_hz").Value(0.5 / stim.dBitTime);
-        j.Key("loss_at_nyquist_db").Value(stim.dLossAtNyquist);
-        j.EndObject();
+        ch = {{"model", stim.sChannel},         {"touchstone", o.sChannelFile},
+              {"ports", o.sPorts},              {"nyquist_hz", 0.5 / stim.dBitTime},
+              {"loss_at_nyquist_db", stim.dLossAtNyquist}};
     } else if (stim.bChannel) {
         const Channel channel(Channel::DefaultCorners(), stim.dSampleInterval);
-        j.BeginObject();
-        j.Key("model").Value(Channel::Describe(channel.Corners()));
-        j.Key("corners_hz").BeginArray();
-        for (double f : channel.Corners()) j.Value(f);
-        j.EndArray();
-        j.Key("nyquist_hz").Value(0.5 / stim.dBitTime);
-        j.Key("loss_at_nyquist_db").Value(channel.LossDb(0.5 / stim.dBitTime));
-        j.EndObject();
-    } else {
-        j.Null();
+        ch = {{"model", Channel::Describe(channel.Corners())},
+              {"corners_hz", channel.Corners()},
+              {"nyquist_hz", 0.5 / stim.dBitTime},
+              {"loss_at_nyquist_db", channel.LossDb(0.5 / stim.dBitTime)}};
     }
-    j.Key("input_eye");
-    if (stim.vBits.empty()) j.Null(); else WriteEye(j, inputEye, stim.dBitTime);
-    j.Key("block").Value(static_cast<long long>(o.nBlock));
-    j.Key("ignore_bits").Value(static_cast<long long>(ignoreBits));
-    if (o.bSweep) j.Key("sweep").Value(o.sSweepParam);
-    j.Key("runs").BeginArray();
-    for (const Outcome& oc : outcomes) WriteRun(j, oc, stim.dBitTime);
-    j.EndArray();
-    j.Key("best");
-    if (best < outcomes.size()) j.Value(static_cast<long long>(best)); else j.Null();
+    j["channel"] = ch;
+    j["input_eye"] = stim.vBits.empty() ? null : EyeJson(inputEye, stim.dBitTime);
+    j["block"] = o.nBlock;
+    j["ignore_bits"] = ignoreBits;
+    if (o.bSweep) j["sweep"] = o.sSweepParam;
+    nlohmann::ordered_json runList = nlohmann::ordered_json::array();
+    for (const Outcome& oc : outcomes) runList.push_back(RunJson(oc, stim.dBitTime));
+    j["runs"] = runList;
+    j["best"] = best < outcomes.size() ? nlohmann::ordered_json(best) : null;
     written.push_back(path("summary.json"));
-    j.Key("files").BeginArray();
-    for (const std::string& w : written) j.Value(w);
-    j.EndArray();
-    j.EndObject();
-    nlohmann::ordered_json doc = nlohmann::ordered_json::parse(j.Text());
-    doc["rate_match"] = RateJson(rate);
-    if (statEyeDone) doc["stat_eye"] = StatEyeReport::Json(statEye, statSettings);
+    j["files"] = written;
+    j["rate_match"] = RateJson(rate);
+    if (statEyeDone) j["stat_eye"] = StatEyeReport::Json(statEye, statSettings);
     if (!o.sIbsFile.empty())
-        doc["ibis"] = {{"file", o.sIbsFile},          {"component", rx.sComponent},
-                       {"model", rx.sModel},          {"platform", rx.sPlatform},
-                       {"termination_ohms", rx.dTerminationOhms}, {"termination_from", rx.sTermination}};
-    WriteText(path("summary.json"), doc.dump(2) + "\n");
+        j["ibis"] = {{"file", o.sIbsFile},          {"component", rx.sComponent},
+                     {"model", rx.sModel},          {"platform", rx.sPlatform},
+                     {"termination_ohms", rx.dTerminationOhms}, {"termination_from", rx.sTermination}};
+    WriteText(path("summary.json"), j.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n");
 
     out << "wrote      :";
     for (const std::string& w : written) out << " " << w;

@@ -4,13 +4,15 @@
 #include <algorithm>
 #include <cctype>
 #include <cmath>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <optional>
 #include <sstream>
 
 #include "tools/HostError.h"
+#include "tools/ibischeck/IbisLexer.h"
+#include "tools/ibischeck/IbisNumber.h"
 
 namespace amihost {
 
@@ -25,23 +27,6 @@ struct Model {
 std::string Lower(std::string s) {
     for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     return s;
-}
-
-// An IBIS number with its scaling suffix (50, 0.5nH, 20mA, 1k, 2Meg).
-bool Value(const std::string& text, double& out) {
-    char* end = nullptr;
-    out = std::strtod(text.c_str(), &end);
-    if (end == text.c_str()) return false;
-    const std::string unit = Lower(end);
-    static const std::pair<const char*, double> kScale[] = {{"meg", 1e6}, {"t", 1e12}, {"g", 1e9}, {"k", 1e3},
-                                                            {"m", 1e-3}, {"u", 1e-6}, {"n", 1e-9}, {"p", 1e-12},
-                                                            {"f", 1e-15}};
-    for (const auto& s : kScale)
-        if (unit.rfind(s.first, 0) == 0) {
-            out *= s.second;
-            break;
-        }
-    return std::isfinite(out);
 }
 
 std::string Names(const std::vector<std::string>& names) {
@@ -70,48 +55,41 @@ IbsReceiver IbsFile::Parse(const std::string& text, const std::string& origin, c
     std::map<std::string, std::vector<std::string>> pinModels;   // component -> models of its pins
     std::vector<std::string> modelOrder;
     std::map<std::string, Model> models;
-    std::string keyword, currentComponent, currentModel;
+    std::string currentComponent, currentModel;
 
-    std::istringstream in(text);
-    size_t lineNo = 0;
-    for (std::string line; std::getline(in, line);) {
-        ++lineNo;
-        line = line.substr(0, line.find('|'));
-        std::istringstream words(line);
-        std::vector<std::string> w;
-        for (std::string t; words >> t;) w.push_back(t);
-        if (w.empty()) continue;
-        if (line[line.find_first_not_of(" \t")] == '[') {
-            const size_t open = line.find('['), close = line.find(']');
-            if (close == std::string::npos) throw bad("line " + std::to_string(lineNo) + ": keyword without ']'");
-            keyword = Lower(line.substr(open + 1, close - open - 1));
-            for (char& c : keyword) if (c == '_') c = ' ';
-            std::istringstream rest(line.substr(close + 1));
-            std::string arg;
-            rest >> arg;
-            if (keyword == "component") {
-                currentComponent = arg;
-                components.push_back(arg);
-                currentModel.clear();
-            } else if (keyword == "model") {
-                currentModel = arg;
-                modelOrder.push_back(arg);
-                models[arg];
-            } else if ((keyword == "rgnd" || keyword == "rpower") && !currentModel.empty()) {
-                double r;
-                if (!Value(arg, r) || r <= 0) throw bad("line " + std::to_string(lineNo) + ": [" + keyword + "] needs a resistance");
-                (keyword == "rgnd" ? models[currentModel].dRgnd : models[currentModel].dRpower) = r;
-            }
-            continue;
+    ibischeck::Report report;
+    const std::vector<ibischeck::IbisSection> sections = ibischeck::IbisLexer::Read(text, origin, report);
+    for (const ibischeck::Finding& f : report.Findings())
+        if (f.eSeverity == ibischeck::Severity::kError) throw bad("line " + std::to_string(f.nLine) + ": " + f.sMessage);
+    for (const ibischeck::IbisSection& s : sections) {
+        const std::string& keyword = s.sKeyword;
+        const std::string arg = s.vArgs.empty() ? "" : s.vArgs[0];
+        auto at = [&](int line) { return "line " + std::to_string(line) + ": "; };
+        if (keyword == "component") {
+            currentComponent = arg;
+            components.push_back(arg);
+            currentModel.clear();
+        } else if (keyword == "model") {
+            currentModel = arg;
+            modelOrder.push_back(arg);
+            models[arg];
+        } else if ((keyword == "rgnd" || keyword == "rpower") && !currentModel.empty()) {
+            const std::optional<double> r = ibischeck::IbisNumber::Parse(arg);
+            if (!r || !(*r > 0) || !std::isfinite(*r)) throw bad(at(s.nLine) + "[" + keyword + "] needs a resistance");
+            (keyword == "rgnd" ? models[currentModel].dRgnd : models[currentModel].dRpower) = *r;
         }
-        if (keyword == "pin" && !currentComponent.empty() && w.size() >= 3)
-            pinModels[currentComponent].push_back(w[2]);
-        else if (keyword == "algorithmic model" && !currentModel.empty() && Lower(w[0]) == "executable") {
-            if (w.size() < 4) throw bad("line " + std::to_string(lineNo) + ": Executable needs a platform, a library and an .ami file");
-            models[currentModel].vExecutables.push_back({w[1], w[2], w[3]});
-        } else if (keyword == "gnd clamp" && !currentModel.empty() && w.size() >= 2) {
-            double v, i;
-            if (Value(w[0], v) && Value(w[1], i)) models[currentModel].vGndClamp.push_back({v, i});
+        for (const ibischeck::IbisLine& l : s.vBody) {
+            const std::vector<std::string>& w = l.vTokens;
+            if (l.sText[0] == '[') throw bad(at(l.nLine) + "keyword without ']'");
+            if (keyword == "pin" && !currentComponent.empty() && w.size() >= 3) {
+                pinModels[currentComponent].push_back(w[2]);
+            } else if (keyword == "algorithmic model" && !currentModel.empty() && Lower(w[0]) == "executable") {
+                if (w.size() < 4) throw bad(at(l.nLine) + "Executable needs a platform, a library and an .ami file");
+                models[currentModel].vExecutables.push_back({w[1], w[2], w[3]});
+            } else if (keyword == "gnd clamp" && !currentModel.empty() && w.size() >= 2) {
+                const std::optional<double> v = ibischeck::IbisNumber::Parse(w[0]), i = ibischeck::IbisNumber::Parse(w[1]);
+                if (v && i) models[currentModel].vGndClamp.push_back({*v, *i});
+            }
         }
     }
 

@@ -12,10 +12,12 @@ namespace {
 // IBIS allows no line longer than this.
 const size_t kMaxLineLength = 120;
 
+// Not through CMN_EatWhitespace: that stops the program at a long run of
+// blanks unless the caller allowed any line length, and amihost does not.
 std::string Trim(const std::string& s) {
-    const char* p = s.c_str();
-    CMN_EatWhitespace(&p);
-    std::string out(p);
+    size_t first = 0;
+    while (first < s.size() && CMN_IsWhitespace(s[first])) ++first;
+    std::string out(s.c_str() + first);
     while (!out.empty() && CMN_IsWhitespace(out.back())) out.pop_back();
     return out;
 }

@@ -2,9 +2,9 @@
 #include "tools/ibischeck/Report.h"
 
 #include <cstdarg>
+#include <nlohmann/json.hpp>
 
 #include "amiparams/IbisParser/errlog.h"
-#include "tools/JsonWriter.h"
 
 namespace ibischeck {
 
@@ -57,24 +57,17 @@ std::string Report::Text() const {
 }
 
 std::string Report::Json(const std::vector<std::string>& files) const {
-    amihost::JsonWriter w;
-    w.BeginObject().Key("files").BeginArray();
-    for (const std::string& f : files) w.Value(f);
-    w.EndArray();
-    w.Key("errors").Value(static_cast<long long>(Count(Severity::kError)));
-    w.Key("warnings").Value(static_cast<long long>(Count(Severity::kWarning)));
-    w.Key("notes").Value(static_cast<long long>(Count(Severity::kNote)));
-    w.Key("findings").BeginArray();
-    for (const Finding& f : m_vFindings) {
-        w.BeginObject();
-        w.Key("file").Value(f.sFile);
-        w.Key("line").Value(static_cast<long long>(f.nLine));
-        w.Key("severity").Value(SeverityName(f.eSeverity));
-        w.Key("message").Value(f.sMessage);
-        w.EndObject();
-    }
-    w.EndArray().EndObject();
-    return w.Text() + "\n";
+    nlohmann::ordered_json findings = nlohmann::ordered_json::array();
+    for (const Finding& f : m_vFindings)
+        findings.push_back(
+            {{"file", f.sFile}, {"line", f.nLine}, {"severity", SeverityName(f.eSeverity)}, {"message", f.sMessage}});
+    const nlohmann::ordered_json doc = {{"files", files},
+                                        {"errors", Count(Severity::kError)},
+                                        {"warnings", Count(Severity::kWarning)},
+                                        {"notes", Count(Severity::kNote)},
+                                        {"findings", findings}};
+    // Messages quote the checked files, which need not be UTF-8.
+    return doc.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
 }
 
 void Report::PrintToLog() const {
