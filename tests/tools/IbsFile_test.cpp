@@ -24,6 +24,7 @@ TEST(IbsFile, FindsExecutableAndTermination) {
         {Ibs(""), 0.0, ""},
         {Ibs("[Rgnd] 100\n[Rpower] 100\n"), 50.0, "[Rgnd] || [Rpower]"},
         {Ibs("[Rpower] 0.1k\n"), 100.0, "[Rpower]"},
+        {Ibs("[Rgnd] 1k\n[Rpower] 1M\n"), 999.000999000999, "[Rgnd] || [Rpower]"},   // M is mega, m milli
         {Ibs("[GND Clamp]\n-1.0V -20mA -20mA -20mA\n0V 0mA 0mA 0mA\n1.0V 25mA 20mA 30mA\n"), 40.0, "[GND Clamp] slope"},
     };
     for (const auto& c : cases) {
@@ -53,6 +54,7 @@ TEST(IbsFile, ChoicesThatCannotBeMadeAreNamed) {
         {Ibs("", "Executable Linux_gcc_64 a.so\n"), "", "",
          "x.ibs: line 10: Executable needs a platform, a library and an .ami file"},
         {Ibs("[Rgnd] none\n"), "", "", "x.ibs: line 9: [rgnd] needs a resistance"},
+        {"x\n" + Ibs(""), "", "", "x.ibs: line 1: text before the first keyword"},
         {"[Component] C1\n[Pin] signal_name model_name\n1 RXP B\n[Model] B\n", "", "",
          "x.ibs: no pin of [Component] C1 uses a model with an [Algorithmic Model]"},
     };
