@@ -215,7 +215,8 @@ nlohmann::ordered_json RunJson(const Outcome& o, double bitTime) {
                      {"message", o.run.bHasMessage ? nlohmann::ordered_json(o.run.sMessage) : null},
                      {"parameters_out", o.run.bHasParametersOut ? nlohmann::ordered_json(o.run.sParametersOut) : null},
                      {"impulse_changed", o.run.bImpulseChanged}};
-    j["ami_getwave"] = {{"result", o.run.iGetWaveResult}, {"calls", o.run.nGetWaveCalls}, {"clock_times", o.run.nClockTimes}};
+    j["ami_getwave"] = {
+        {"result", o.run.iGetWaveResult}, {"calls", o.run.nGetWaveCalls}, {"clock_times", o.run.nClockTimes}};
     j["ami_close"] = {{"result", o.run.iCloseResult}};
     j["seconds"] = o.run.dSeconds;
     if (o.nNonFinite != 0) j["first_non_finite_sample"] = o.nNonFinite;

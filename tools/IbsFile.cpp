@@ -51,6 +51,7 @@ IbsReceiver IbsFile::Find(const std::string& path, const std::string& component,
 IbsReceiver IbsFile::Parse(const std::string& text, const std::string& origin, const std::string& folder,
                            const std::string& component, const std::string& modelName) {
     auto bad = [&](const std::string& why) { return HostError(ExitCode::kBadFile, origin + ": " + why); };
+    auto at = [](int line) { return "line " + std::to_string(line) + ": "; };
     std::vector<std::string> components;
     std::map<std::string, std::vector<std::string>> pinModels;   // component -> models of its pins
     std::vector<std::string> modelOrder;
@@ -60,11 +61,10 @@ IbsReceiver IbsFile::Parse(const std::string& text, const std::string& origin, c
     ibischeck::Report report;
     const std::vector<ibischeck::IbisSection> sections = ibischeck::IbisLexer::Read(text, origin, report);
     for (const ibischeck::Finding& f : report.Findings())
-        if (f.eSeverity == ibischeck::Severity::kError) throw bad("line " + std::to_string(f.nLine) + ": " + f.sMessage);
+        if (f.eSeverity == ibischeck::Severity::kError) throw bad(at(f.nLine) + f.sMessage);
     for (const ibischeck::IbisSection& s : sections) {
         const std::string& keyword = s.sKeyword;
         const std::string arg = s.vArgs.empty() ? "" : s.vArgs[0];
-        auto at = [&](int line) { return "line " + std::to_string(line) + ": "; };
         if (keyword == "component") {
             currentComponent = arg;
             components.push_back(arg);
@@ -87,7 +87,7 @@ IbsReceiver IbsFile::Parse(const std::string& text, const std::string& origin, c
                 if (w.size() < 4) throw bad(at(l.nLine) + "Executable needs a platform, a library and an .ami file");
                 models[currentModel].vExecutables.push_back({w[1], w[2], w[3]});
             } else if (keyword == "gnd clamp" && !currentModel.empty() && w.size() >= 2) {
-                const std::optional<double> v = ibischeck::IbisNumber::Parse(w[0]), i = ibischeck::IbisNumber::Parse(w[1]);
+                const auto v = ibischeck::IbisNumber::Parse(w[0]), i = ibischeck::IbisNumber::Parse(w[1]);
                 if (v && i) models[currentModel].vGndClamp.push_back({*v, *i});
             }
         }

@@ -4,8 +4,10 @@
 // .ibs), and the receiver's termination where the model gives one:
 // [Rgnd] and [Rpower] in parallel, else the slope of the typical
 // [GND Clamp] curve just above 0 V (an on-die termination written as a
-// clamp). Everything else in the file is ignored; checking a file against
-// the IBIS rules is a different tool's job.
+// clamp). The text is cut into sections and numbers read as ibischeck
+// reads them, and what that refuses (a line over 120 characters, text before
+// the first keyword) is refused here too. Everything else in the file is
+// ignored; checking it against the IBIS rules is that tool's job.
 #pragma once
 
 #include <string>
