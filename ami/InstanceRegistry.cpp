@@ -31,7 +31,11 @@ struct LastFound {
     const void* instance;
     uint64_t generation;
 };
-thread_local LastFound t_last = {nullptr, 0};
+// Initial-exec: 16 bytes of the static TLS space the loader keeps for
+// libraries opened later, reached without a __tls_get_addr call per entry
+// point. (The dynamic model also trips LeakSanitizer's TLS scan with this
+// toolchain's runtime, crashing it at exit in the sanitizer builds.)
+__attribute__((tls_model("initial-exec"))) thread_local LastFound t_last = {nullptr, 0};
 
 }  // namespace
 
