@@ -21,7 +21,7 @@ mkdir -p "$src" "$build"
 # Refresh the copy; files whose contents did not change keep their times.
 git ls-files | while IFS= read -r f; do
   if ! cmp -s "$f" "$src/$f" 2>/dev/null; then
-    mkdir -p "$src/$(dirname "$f")" && cp -p "$f" "$src/$f"
+    mkdir -p "$src/$(dirname "$f")" && cp "$f" "$src/$f"
   fi
 done
 
