@@ -8,6 +8,7 @@
 #include <cstdint>
 
 #include "AmiLibrary.h"
+#include "ami/InstanceRegistry.h"
 #include "ChildProcess.h"
 
 using namespace ami_test;
@@ -20,6 +21,8 @@ TEST(AmiHandles, ForeignAndStaleHandlesAreRefused) {
     ASSERT_TRUE(guarded != MAP_FAILED && mprotect(guarded + page, page, PROT_NONE) == 0);
     void* live = Open(kFull).handle;
     void* closed = Open(kFull).handle;
+    double sample = 0.25;
+    ASSERT_EQ(Ami().getWave(&sample, 1, nullptr, nullptr, closed), 1);  // this thread has now seen it live
     ASSERT_EQ(Ami().close(closed), 1);
     const uintptr_t truncated = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(live));
     for (void* wrong : {static_cast<void*>(guarded), static_cast<void*>(guarded + page - 16),
@@ -35,4 +38,16 @@ TEST(AmiHandles, ForeignAndStaleHandlesAreRefused) {
     }
     EXPECT_EQ(Ami().close(live), 1);
     EXPECT_EQ(Ami().close(live), 0);
+}
+
+TEST(InstanceRegistry, AClosedInstanceIsForgottenAlsoByTheThreadThatLastUsedIt) {
+    int a = 0, b = 0;
+    ASSERT_TRUE(InstanceRegistry::Add(&a) && InstanceRegistry::Add(&b));
+    EXPECT_FALSE(InstanceRegistry::Add(&a));
+    EXPECT_TRUE(InstanceRegistry::Contains(&a));  // now this thread's remembered handle
+    EXPECT_TRUE(InstanceRegistry::Remove(&a));
+    EXPECT_FALSE(InstanceRegistry::Contains(&a));
+    EXPECT_FALSE(InstanceRegistry::Remove(&a));
+    EXPECT_TRUE(InstanceRegistry::Contains(&b));
+    EXPECT_TRUE(InstanceRegistry::Remove(&b));
 }
