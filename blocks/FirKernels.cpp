@@ -31,9 +31,9 @@ void FirScalar(const double* taps, size_t T, const double* x, double* out, size_
 __attribute__((target("avx2"))) void FirAvx2(const double* taps, size_t T, const double* x,
                                              double* out, size_t n) {
     size_t i = 0;
-    for (; i + FirGroupAvx2Wide::kOutputs <= n; i += FirGroupAvx2Wide::kOutputs) {
+    for (; i + FirGroupAvx2::kOutputs <= n; i += FirGroupAvx2::kOutputs) {
         const double* newest = x + (T - 1) + i;
-        FirGroupAvx2Wide g;
+        FirGroupAvx2 g;
         Clear(g);
         for (size_t k = 0; k < T; ++k) AddTap(g, taps[k], newest - k);
         Store(g, out + i);
@@ -51,9 +51,9 @@ __attribute__((target("avx2"))) void FirAvx2(const double* taps, size_t T, const
 __attribute__((target("avx512f"))) void FirAvx512(const double* taps, size_t T, const double* x,
                                                   double* out, size_t n) {
     size_t i = 0;
-    for (; i + FirGroupAvx512Wide::kOutputs <= n; i += FirGroupAvx512Wide::kOutputs) {
+    for (; i + FirGroupAvx512::kOutputs <= n; i += FirGroupAvx512::kOutputs) {
         const double* newest = x + (T - 1) + i;
-        FirGroupAvx512Wide g;
+        FirGroupAvx512 g;
         Clear(g);
         for (size_t k = 0; k < T; ++k) AddTap(g, taps[k], newest - k);
         Store(g, out + i);

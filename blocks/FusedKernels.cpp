@@ -1,4 +1,4 @@
-// FusedKernels: per group of G FIR outputs (G = 64 with AVX-512, 16 with
+// FusedKernels: per group of G FIR outputs (G = 64 with AVX-512, 32 with
 // AVX2), G recurrence steps each carrying about T / G taps of the group's
 // sums. Every output's sum still runs over k = 0 .. T - 1 in order from +0.0.
 #include "blocks/FusedKernels.h"
@@ -37,7 +37,7 @@ private:
 __attribute__((target("avx512f"))) void CascadeWithFirAvx512(
     TwoBiquadRecurrence& cascade, const double* x, double* y, size_t n, const double* taps,
     size_t T, const double* firIn, double* fir, size_t m, const FirInputProducer* producer) {
-    constexpr size_t G = FirGroupAvx512Wide::kOutputs;
+    constexpr size_t G = FirGroupAvx512::kOutputs;
     TwoBiquadRecurrence c = cascade;
     size_t i = 0, j = 0;
     Inputs inputs(producer, m);
@@ -45,7 +45,7 @@ __attribute__((target("avx512f"))) void CascadeWithFirAvx512(
     for (; i + G <= n && j + G <= m; i += G, j += G) {
         inputs.Need(j + 2 * G);  // the next group's, alongside this one
         const double* newest = firIn + (T - 1) + j;
-        FirGroupAvx512Wide g;
+        FirGroupAvx512 g;
         Clear(g);
         size_t k = 0;
         for (size_t r = 0; r < G; ++r) {
@@ -63,7 +63,7 @@ __attribute__((target("avx512f"))) void CascadeWithFirAvx512(
 __attribute__((target("avx2"))) void CascadeWithFirAvx2(
     TwoBiquadRecurrence& cascade, const double* x, double* y, size_t n, const double* taps,
     size_t T, const double* firIn, double* fir, size_t m, const FirInputProducer* producer) {
-    constexpr size_t G = FirGroupAvx2Wide::kOutputs;
+    constexpr size_t G = FirGroupAvx2::kOutputs;
     TwoBiquadRecurrence c = cascade;
     size_t i = 0, j = 0;
     Inputs inputs(producer, m);
@@ -71,7 +71,7 @@ __attribute__((target("avx2"))) void CascadeWithFirAvx2(
     for (; i + G <= n && j + G <= m; i += G, j += G) {
         inputs.Need(j + 2 * G);  // the next group's, alongside this one
         const double* newest = firIn + (T - 1) + j;
-        FirGroupAvx2Wide g;
+        FirGroupAvx2 g;
         Clear(g);
         size_t k = 0;
         for (size_t r = 0; r < G; ++r) {

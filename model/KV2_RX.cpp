@@ -215,17 +215,17 @@ void KV2_RX::RunBlock(double* wave, size_t n, SimdLevel level) {
     Subnetwork_Subnetwork1& bank = Subnetwork1;
     SDomainIIR& filter = bank.Filter(EQ);
     const double lastInput = wave[n - 1];  // the wave is overwritten in place
-    m_vBlockScratch.resize(3 * kBlockChunk);
+    m_vBlockScratch.resize(2 * kBlockChunk);
     m_cZeroInput.Reserve();
     double* filtered = m_vBlockScratch.data();
-    double* delayed[2] = {filtered + kBlockChunk, filtered + 2 * kBlockChunk};
+    double* delayed = filtered + kBlockChunk;  // only without the fused pipeline
 
     if (!filter.IsTwoBiquadCascade()) {
         for (size_t at = 0; at < n; at += kBlockChunk) {
             const size_t m = std::min(kBlockChunk, n - at);
             filter.RunBlock(wave + at, filtered, m);
-            J1.RunBlock(filtered, delayed[0], m, level);
-            B2.RunBlock(delayed[0], wave + at, m, level);
+            J1.RunBlock(filtered, delayed, m, level);
+            B2.RunBlock(delayed, wave + at, m, level);
         }
     } else {
         // A software pipeline over the chunks: the recurrence of chunk c runs

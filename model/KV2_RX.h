@@ -151,7 +151,7 @@ public:
 
 private:
     static constexpr size_t kBlockChunk = 256;  // samples per pass; bounds the scratch
-    std::vector<double> m_vBlockScratch;         // 3 * kBlockChunk: filter output, two delay outputs
+    std::vector<double> m_vBlockScratch;         // 2 * kBlockChunk: filter output, delay output
     ZeroInputCycle m_cZeroInput;                 // the selected filter under zero input
 };
 
