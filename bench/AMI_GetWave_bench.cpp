@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "ami/KV2_RX_AMI.h"
+#include "bench/RatioReporter.h"
 #include "model/KV2_RX.h"
 
 using namespace TesselModelBuilder;
@@ -232,19 +233,6 @@ void Floor(benchmark::State& state) {
 }
 BENCHMARK(Floor)->Name("d_floor_two_biquads");
 
-// Records ns per sample of every run while printing as usual.
-class RatioReporter : public benchmark::ConsoleReporter {
-public:
-    void ReportRuns(const std::vector<Run>& runs) override {
-        ConsoleReporter::ReportRuns(runs);
-        for (const Run& run : runs) {
-            const auto items = run.counters.find("items_per_second");
-            if (items != run.counters.end() && items->second.value > 0)
-                nsPerSample[run.benchmark_name()] = 1e9 / items->second.value;
-        }
-    }
-    std::map<std::string, double> nsPerSample;
-};
 
 }  // namespace
 

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "ami/KV2_RX_AMI.h"
+#include "bench/RatioReporter.h"
 #include "blocks/SimdLevel.h"
 #include "model/KV2_RX.h"
 
@@ -59,23 +60,6 @@ void ThroughModel(benchmark::State& state) {
     state.SetItemsProcessed(static_cast<int64_t>(state.iterations() * block));
 }
 
-// The fastest repetition of each benchmark, in ns per sample: on a shared
-// machine the minimum is the figure least disturbed by other work.
-class RatioReporter : public benchmark::ConsoleReporter {
-public:
-    void ReportRuns(const std::vector<Run>& runs) override {
-        ConsoleReporter::ReportRuns(runs);
-        for (const Run& run : runs) {
-            const auto items = run.counters.find("items_per_second");
-            if (run.run_type != Run::RT_Iteration || items == run.counters.end() || !(items->second.value > 0))
-                continue;
-            const std::string name = run.run_name.str();
-            const double ns = 1e9 / items->second.value;
-            if (nsPerSample.count(name) == 0 || ns < nsPerSample[name]) nsPerSample[name] = ns;
-        }
-    }
-    std::map<std::string, double> nsPerSample;
-};
 
 }  // namespace
 
