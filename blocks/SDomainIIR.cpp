@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstddef>
 
+#include "blocks/CorrectlyRoundedPow.h"
 #include "dataflow/DFErrorHandler.h"
 
 namespace TesselModelBuilder {
@@ -166,8 +167,10 @@ bool SDomainIIR::Initialize() {
         t[0] = 1.0;
     }
 
-    // A negative g with S > 1 gives NaN taps; left as it is.
-    const double r = std::pow(g, 1.0 / static_cast<double>(S));
+    // Rounded from the exact power, not by the platform's pow, which differs
+    // by CPU and C runtime. A negative g with S > 1 gives NaN taps; left as
+    // it is.
+    const double r = CorrectlyRoundedPowOneOver(g, S);
     for (size_t k = 0; k < S; ++k) {
         double* t = m_pTaps + 6 * k;
         t[0] = t[0] * r;

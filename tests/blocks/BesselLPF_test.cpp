@@ -4,6 +4,7 @@
 // block kernels: the receiver's RunBlock test; the circular convolution
 // helper is used by no design.)
 #include <gtest/gtest.h>
+#include <mpfr.h>
 
 #include <cmath>
 #include <complex>
@@ -94,4 +95,25 @@ TEST(BesselLPF, RunIsTheFirSumInTapOrderAndTheLineSurvivesReinitialisation) {
     rig.block.NumTaps = 70;
     ASSERT_TRUE(rig.block.Initialize());
     EXPECT_EQ(rig.block.m_vDelayLine, grown);
+}
+
+// The transform's twiddles come from sin of fixed arguments. They must be the
+// correctly rounded values, or the taps would depend on the C runtime: every
+// stage of every transform length up to 2^23, both directions.
+TEST(BesselLPF, TwiddleSinesAreCorrectlyRounded) {
+    mpfr_t x;
+    mpfr_init2(x, 53);
+    int checked = 0;
+    for (int sign : {1, -1})
+        for (long mmax = 2; mmax <= (1L << 24); mmax <<= 1) {
+            const double theta = -6.28318530717959 / (sign * mmax);
+            for (double arg : {0.5 * theta, theta}) {
+                mpfr_set_d(x, arg, MPFR_RNDN);
+                mpfr_sin(x, x, MPFR_RNDN);
+                EXPECT_EQ(Hex(std::sin(arg)), Hex(mpfr_get_d(x, MPFR_RNDN))) << "sin(" << Hex(arg) << ")";
+                ++checked;
+            }
+        }
+    mpfr_clear(x);
+    EXPECT_EQ(checked, 96);
 }

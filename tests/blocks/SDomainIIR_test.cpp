@@ -96,7 +96,7 @@ std::vector<double> NaiveCtleTaps(const kv2_test::CtleRow& row, double fs) {
     const double a00 = (K - p2) * (K - p1), a10 = K - p2;
     const double b0[3] = {(K - z) / a00, (-2.0 * z) / a00, (-(K + z)) / a00};
     const double b1[3] = {1.0 / a10, 1.0 / a10, 0.0 / a10};
-    const double r = std::pow((row.gain * b0[0]) * b1[0], 1.0 / 2.0);
+    const double r = std::sqrt((row.gain * b0[0]) * b1[0]);  // g^(1/2), correctly rounded
     return {1.0 * r, (b0[1] / b0[0]) * r, (b0[2] / b0[0]) * r, 1.0,
             (-(K - p2) * (p1 + K) - (K - p1) * (p2 + K)) / a00, ((p2 + K) * (p1 + K)) / a00,
             1.0 * r, (b1[1] / b1[0]) * r, (b1[2] / b1[0]) * r, 1.0, (-(K + p2)) / a10, 0.0 / a10};
