@@ -35,7 +35,11 @@ struct LastFound {
 // libraries opened later, reached without a __tls_get_addr call per entry
 // point. (The dynamic model also trips LeakSanitizer's TLS scan with this
 // toolchain's runtime, crashing it at exit in the sanitizer builds.)
+#ifdef _WIN32
+thread_local LastFound t_last = {nullptr, 0};  // Windows has no ELF TLS models
+#else
 __attribute__((tls_model("initial-exec"))) thread_local LastFound t_last = {nullptr, 0};
+#endif
 
 }  // namespace
 

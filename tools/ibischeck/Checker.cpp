@@ -9,6 +9,7 @@
 #include "tools/ParameterString.h"
 #include "tools/ibischeck/AmiRules.h"
 #include "tools/ibischeck/ExecutableCheck.h"
+#include "tools/ibischeck/PeImage.h"
 #include "tools/ibischeck/IbisLexer.h"
 #include "tools/ibischeck/IbsRules.h"
 
@@ -33,10 +34,29 @@ std::string Extension(const std::string& path) {
     return e;
 }
 
-bool IsLinux(const std::string& platform) {
+std::string System(const std::string& platform) {
     std::string os = platform.substr(0, platform.find('_'));
     for (char& c : os) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
-    return os == "linux";
+    return os;
+}
+
+// A Windows library is read, never loaded: its format, exports and imports.
+void CheckWindowsLibrary(const ExecutableLine& e, bool getWaveExists, const std::string& shown, Report& report) {
+    const size_t slash = e.sLibrary.rfind('/');
+    const std::string name = "Executable " + e.sLibrary.substr(slash == std::string::npos ? 0 : slash + 1);
+    PeImage image;
+    std::string problem;
+    if (!PeImage::Read(e.sLibrary, image, problem)) {
+        report.Error(shown, e.nLine, name + " " + problem);
+        return;
+    }
+    const std::vector<std::string> problems = image.Problems(e.nBits, getWaveExists);
+    for (const std::string& p : problems) report.Error(shown, e.nLine, name + " " + p);
+    if (!problems.empty()) return;
+    std::string imports;
+    for (const std::string& dll : image.vImports) imports += " " + dll;
+    report.Note(shown, e.nLine, name + " read without loading it: " + (e.nBits == 64 ? "PE32+ x86-64" : "PE32 x86") +
+                                    " DLL exporting the AMI entry points, importing only system DLLs:" + imports);
 }
 
 }  // namespace
@@ -72,7 +92,19 @@ void Checker::CheckFile(const std::string& path) {
             CheckAmi(e.sAmi, amiText);
             amiClean[e.sAmi] = m_rReport.Count(Severity::kError) == errorsBefore;
         }
-        if (!m_options.bRunExecutables || !IsLinux(e.sPlatform)) continue;
+        if (System(e.sPlatform) == "windows") {
+            bool getWave = false;
+            try {
+                const amihost::AmiFile ami = amihost::AmiFile::Parse(amiText, e.sAmi);
+                const amihost::AmiParameter* g = ami.FindReserved("GetWave_Exists");
+                getWave = g != nullptr && !g->vFormat.empty() && g->vFormat[0] == "True";
+            } catch (const std::exception&) {
+                // the .ami file's own findings say what is wrong with it
+            }
+            CheckWindowsLibrary(e, getWave, path, m_rReport);
+            continue;
+        }
+        if (!m_options.bRunExecutables || System(e.sPlatform) != "linux") continue;
         if (!amiClean[e.sAmi]) {
             m_rReport.Note(path, e.nLine, "the library is not exercised: its .ami file has errors");
             continue;
