@@ -92,9 +92,12 @@ bool JitterGenerator::Initialize() {
 //   tau    w J + (n - L) Ts, clamped into the history's time span
 //   y      linear interpolation of the history at tau
 bool JitterGenerator::IsReady() const {
-    // Only a block initialised with its present Latency can run.
-    return m_pNormal != nullptr && m_pUniform != nullptr &&
-           static_cast<int>(m_vSamples.size()) == 2 * Latency + 1;
+    // Only a block initialised with its present Latency can run, and only
+    // when all four histories were made (running out of memory part way
+    // through Initialize leaves the later ones empty).
+    const size_t W = static_cast<size_t>(2 * Latency + 1);
+    return m_pNormal != nullptr && m_pUniform != nullptr && m_vSamples.size() == W && m_vTimes.size() == W &&
+           m_vPhases.size() == W && m_vJitters.size() == W;
 }
 
 void JitterGenerator::Track(double x) {

@@ -104,3 +104,19 @@ TEST(JitterGenerator, BlockFormMatchesRunWithRealJitter) {
         }
     }
 }
+
+// Initialize can run out of memory after the first history was made: a block
+// left with any history missing must refuse to run, not read through it.
+TEST(JitterGenerator, RefusesToRunWithAHistoryMissing) {
+    for (int missing = 0; missing < 4; ++missing) {
+        Rig rig(32, 1e-12, 8, 0.0, 0.0);
+        ASSERT_TRUE(rig.Start());
+        JitterGenerator& b = rig.block;
+        if (missing == 0) b.m_vSamples.clear();
+        if (missing == 1) b.m_vTimes.clear();
+        if (missing == 2) b.m_vPhases.clear();
+        if (missing == 3) b.m_vJitters.clear();
+        rig.in = 0.5;
+        EXPECT_FALSE(b.Run()) << "history " << missing << " missing";
+    }
+}
