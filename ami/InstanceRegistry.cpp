@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <deque>
 #include <mutex>
 #include <new>
 #include <unordered_set>
@@ -13,9 +14,19 @@ namespace InstanceRegistry {
 
 namespace {
 
+struct Retired {
+    void* memory;
+    void (*release)(void*);
+};
+
 struct Registry {
     std::mutex lock;
     std::unordered_set<const void*> live;
+    std::deque<Retired> quarantine;  // oldest first
+
+    ~Registry() {
+        for (const Retired& r : quarantine) r.release(r.memory);
+    }
 };
 
 Registry& TheRegistry() {
@@ -71,6 +82,24 @@ bool Remove(const void* instance) noexcept {
     if (r.live.erase(instance) == 0) return false;
     g_generation.fetch_add(1, std::memory_order_release);
     return true;
+}
+
+void Retire(void* memory, void (*release)(void*)) noexcept {
+    Retired oldest{nullptr, nullptr};
+    {
+        Registry& r = TheRegistry();
+        std::lock_guard<std::mutex> guard(r.lock);
+        try {
+            r.quarantine.push_back({memory, release});
+        } catch (const std::bad_alloc&) {
+            oldest = {memory, release};
+        }
+        if (oldest.memory == nullptr && r.quarantine.size() > kQuarantine) {
+            oldest = r.quarantine.front();
+            r.quarantine.pop_front();
+        }
+    }
+    if (oldest.memory != nullptr) oldest.release(oldest.memory);
 }
 
 }  // namespace InstanceRegistry

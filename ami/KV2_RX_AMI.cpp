@@ -212,7 +212,11 @@ long AMI_Close(void* AMI_memory) {
     }
     ReleasePort(c->cTesselModel.input);
     ReleasePort(c->cTesselModel.output);
-    delete c;
+    // Destroyed now; its memory (the handle's address) is held back, and
+    // freed as plain operator-new memory.
+    static_assert(alignof(AMIContainer) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__, "over-aligned container");
+    c->~AMIContainer();
+    InstanceRegistry::Retire(c, [](void* memory) { ::operator delete(memory); });
     return result;
 }
 

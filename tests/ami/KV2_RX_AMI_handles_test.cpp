@@ -6,10 +6,13 @@
 #include <sys/mman.h>
 
 #include <cstdint>
+#include <cstring>
+#include <vector>
 
 #include "AmiLibrary.h"
 #include "ami/InstanceRegistry.h"
 #include "ChildProcess.h"
+#include "SameBits.h"
 
 using namespace ami_test;
 
@@ -50,4 +53,37 @@ TEST(InstanceRegistry, AClosedInstanceIsForgottenAlsoByTheThreadThatLastUsedIt) 
     EXPECT_FALSE(InstanceRegistry::Remove(&a));
     EXPECT_TRUE(InstanceRegistry::Contains(&b));
     EXPECT_TRUE(InstanceRegistry::Remove(&b));
+}
+
+// The simulator that closes and re-opens per channel or corner: a closed
+// instance's address is not given to the instances opened after it, so its
+// stale handle is refused and cannot disturb the instance that now runs there.
+TEST(AmiHandles, AStaleHandleNeverReachesALaterInstance) {
+    ASSERT_TRUE(Ami().Loaded());
+    const std::vector<double> wave = Nrz(3000, 7);
+    const std::vector<double> expected = Equalized(kFull, wave);
+    // Close, then open at once, with nothing of the test's own allocated in
+    // between: where the allocator would hand the same block straight back.
+    char text[sizeof kFull];
+    memcpy(text, kFull, sizeof kFull);
+    char* msg = nullptr;
+    double clock = 0.0;
+    int reused = 0;
+    for (int round = 0; round < 100; ++round) {
+        void* stale = nullptr;
+        void* later[8] = {};
+        ASSERT_EQ(Ami().init(nullptr, 0, 0, 1e-12, 32e-12, text, nullptr, &stale, &msg), 1);
+        ASSERT_EQ(Ami().close(stale), 1);
+        for (void*& h : later) {
+            ASSERT_EQ(Ami().init(nullptr, 0, 0, 1e-12, 32e-12, text, nullptr, &h, &msg), 1);
+            reused += h == stale;
+        }
+        std::vector<double> got = wave;
+        EXPECT_EQ(Ami().getWave(got.data(), 1, &clock, nullptr, stale), 0);
+        EXPECT_EQ(Ami().close(stale), 0);
+        ASSERT_EQ(Ami().getWave(got.data(), static_cast<long>(got.size()), &clock, nullptr, later[7]), 1);
+        EXPECT_TRUE(kv2_test::SameBits(got, expected)) << "round " << round;
+        for (void* h : later) ASSERT_EQ(Ami().close(h), 1);
+    }
+    EXPECT_EQ(reused, 0) << "instances opened at a just-closed instance's address";
 }
