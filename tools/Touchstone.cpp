@@ -41,6 +41,25 @@ struct Token {
     size_t line;
 };
 
+constexpr long kMaxPorts = 999;               // what a .sNp name can say
+constexpr long kMaxFrequencies = 100000000;
+constexpr double kMaxFrequencyHz = 1e15;       // beyond: a wrong unit, not a channel
+constexpr double kMaxMagnitude = 1e3;          // 60 dB: no interconnect gains that much
+
+// A version 1 2-port may end with noise parameters: five numbers a line,
+// frequencies starting again and increasing. True when everything from
+// token `at` on is such a block.
+bool NoiseBlockFrom(const std::vector<Token>& tokens, size_t at) {
+    double previous = -1.0;
+    for (size_t i = at; i < tokens.size(); i += 5) {
+        if (i + 5 > tokens.size() || tokens[i + 4].line != tokens[i].line) return false;
+        if (i + 5 < tokens.size() && tokens[i + 5].line == tokens[i].line) return false;
+        if (tokens[i].value <= previous) return false;
+        previous = tokens[i].value;
+    }
+    return true;
+}
+
 }  // namespace
 
 int Touchstone::PortsFromName(const std::string& path) {
@@ -72,6 +91,7 @@ TouchstoneData Touchstone::Parse(const std::string& text, const std::string& ori
     std::string order, matrix = "full";  // order: "" until [Two-Port Data Order]
     long expectFrequencies = -1;
     size_t referenceWanted = 0;   // [Reference] values still to read
+    bool referenceFirst = false;  // the next [Reference] value is port 1's
     std::vector<Token> tokens;
 
     std::istringstream in(text);
@@ -86,9 +106,10 @@ TouchstoneData Touchstone::Parse(const std::string& text, const std::string& ori
             const std::string key = Lower(line.substr(line.find('[') + 1, close - line.find('[') - 1));
             const std::vector<std::string> args = Words(line.substr(close + 1));
             const std::string arg = args.empty() ? "" : Lower(args[0]);
-            auto integer = [&](long& out) {
+            auto integer = [&](long& out, long most) {
                 double v;
-                if (!Number(arg, v) || v < 1 || v != std::floor(v)) throw bad(lineNo, "[" + key + "] needs a positive integer");
+                if (!Number(arg, v) || v < 1 || v != std::floor(v) || v > static_cast<double>(most))
+                    throw bad(lineNo, "[" + key + "] needs a positive integer up to " + std::to_string(most));
                 out = static_cast<long>(v);
             };
             if (key == "version") {
@@ -97,24 +118,27 @@ TouchstoneData Touchstone::Parse(const std::string& text, const std::string& ori
                 d.sVersion = arg;
             } else if (key == "number of ports") {
                 long n;
-                integer(n);
+                integer(n, kMaxPorts);
                 ports = static_cast<int>(n);
             } else if (key == "two-port data order") {
                 if (arg != "12_21" && arg != "21_12") throw bad(lineNo, "[Two-Port Data Order] is 12_21 or 21_12");
                 order = arg;
             } else if (key == "number of frequencies") {
-                integer(expectFrequencies);
+                integer(expectFrequencies, kMaxFrequencies);
             } else if (key == "matrix format") {
                 if (arg != "full" && arg != "lower" && arg != "upper")
                     throw bad(lineNo, "[Matrix Format] is Full, Lower or Upper");
                 matrix = arg;
             } else if (key == "reference") {
-                if (args.empty()) throw bad(lineNo, "[Reference] needs positive resistances");
+                // The values may follow on the next lines, one per port.
+                if (args.empty() && ports < 1) throw bad(lineNo, "[Reference] before [Number of Ports]");
                 referenceWanted = static_cast<size_t>(std::max<long>(ports, static_cast<long>(args.size())));
+                referenceFirst = true;
                 for (const std::string& a : args) {
                     double r;
                     if (!Number(a, r) || r <= 0) throw bad(lineNo, "[Reference] needs positive resistances");
-                    if (a == args[0]) d.dReferenceOhms = r;
+                    if (referenceFirst) d.dReferenceOhms = r;
+                    referenceFirst = false;
                     --referenceWanted;
                 }
             } else if (key == "network data") {
@@ -158,6 +182,8 @@ TouchstoneData Touchstone::Parse(const std::string& text, const std::string& ori
             for (const std::string& w : words) {
                 double r;
                 if (!Number(w, r) || r <= 0) throw bad(lineNo, "[Reference] needs positive resistances");
+                if (referenceFirst) d.dReferenceOhms = r;
+                referenceFirst = false;
                 if (referenceWanted > 0) --referenceWanted;
             }
             continue;
@@ -183,16 +209,21 @@ TouchstoneData Touchstone::Parse(const std::string& text, const std::string& ori
     for (size_t at = 0; at < tokens.size(); at += perPoint) {
         const double f = tokens[at].value * unit;
         if (!d.vFrequencyHz.empty() && f <= d.vFrequencyHz.back()) {
-            // A version 1 2-port may append noise parameters, which start
-            // again at a lower frequency.
-            if (!version2 && ports == 2) break;
+            if (!version2 && ports == 2 && NoiseBlockFrom(tokens, at)) break;
             throw bad(tokens[at].line, "frequencies must increase");
         }
         if (f < 0) throw bad(tokens[at].line, "negative frequency");
+        if (!(f <= kMaxFrequencyHz)) throw bad(tokens[at].line, "frequency above 1e15 Hz: is the option line's unit right?");
         if (at + perPoint > tokens.size())
             throw bad(tokens.back().line, "incomplete data: the last frequency point has " +
                                               std::to_string(tokens.size() - at) + " of " + std::to_string(perPoint) +
                                               " numbers");
+        // Every point starts a line and ends one; one that ends inside a line
+        // has a number missing or one too many.
+        const size_t last = at + perPoint - 1;
+        if (last + 1 < tokens.size() && tokens[last + 1].line == tokens[last].line)
+            throw bad(tokens[at].line, "the frequency point starting here does not end with a line after its " +
+                                           std::to_string(perPoint) + " numbers: a number is missing or extra");
         std::vector<std::complex<double>> S(n * n);
         size_t k = at + 1;
         for (size_t i = 0; i < n; ++i)
@@ -204,6 +235,8 @@ TouchstoneData Touchstone::Parse(const std::string& text, const std::string& ori
                 if (format == "ri") v = {a, b};
                 else if (format == "ma") v = std::polar(a, b * kPi / 180.0);
                 else v = std::polar(std::pow(10.0, a / 20.0), b * kPi / 180.0);
+                if (!(std::abs(v) <= kMaxMagnitude))
+                    throw bad(tokens[k - 2].line, "S-parameter magnitude above 1000 (60 dB)");
                 // A 2-port in 21_12 order lists S11 S21 S12 S22: column by column.
                 const bool columnwise = n == 2 && order == "21_12";
                 S[columnwise ? j * n + i : i * n + j] = v;

@@ -126,6 +126,28 @@ TEST(Touchstone, EveryFormatUnitAndVersionReadsTheSameNetwork) {
     EXPECT_EQ(amihost::Touchstone::PortsFromName("ch.txt"), 0);
 }
 
+// One frequency point of a 4-port, in four lines.
+std::string FourPort(int f) {
+    std::string t = std::to_string(f);
+    for (int row = 0; row < 4; ++row, t += "\n")
+        for (int col = 0; col < 4; ++col) t += row == col ? " 0.1 0" : " 0.2 0";
+    return t;
+}
+
+TEST(Touchstone, FieldLayoutsAreRead) {
+    // [Reference] alone on its line, the values on the lines after it.
+    const TouchstoneData v2 = amihost::Touchstone::Parse(
+        "[Version] 2.0\n# GHz S RI R 50\n[Number of Ports] 4\n[Reference]\n75 75\n75 75\n[Network Data]\n" +
+            FourPort(1) + FourPort(2) + "[End]\n", "x.s4p", 0);
+    EXPECT_EQ(v2.dReferenceOhms, 75.0);
+    EXPECT_EQ(v2.vFrequencyHz.size(), 2u);
+    // A version 1 2-port that ends with noise parameters.
+    const TouchstoneData noisy = amihost::Touchstone::Parse(
+        "# GHz S RI\n1 0 0 1 0 1 0 0 0\n2 0 0 1 0 1 0 0 0\n3 0 0 1 0 1 0 0 0\n1 2 0.5 10 0.3\n2 2.5 0.4 20 0.3\n",
+        "n.s2p", 2);
+    EXPECT_EQ(noisy.vFrequencyHz, (std::vector<double>{1e9, 2e9, 3e9}));
+}
+
 TEST(Touchstone, MalformedFilesAndPairingsAreNamedWithTheirLine) {
     const std::string ok = "1 0 0 1 0 1 0 0 0\n";
     const struct { std::string text; int ports; const char* message; } cases[] = {
@@ -145,7 +167,23 @@ TEST(Touchstone, MalformedFilesAndPairingsAreNamedWithTheirLine) {
         {"[Version] 2.0\n# GHz S RI\n[Number of Ports] 1\n1 1 0\n", 1, "f:4: data before [Network Data]"},
         {"[Version] 2.0\n# GHz S RI\n[Number of Ports] 1\n[Number of Frequencies] 2\n[Network Data]\n1 1 0\n[End]\n", 1,
          "f:7: [Number of Frequencies] is 2 but the data has 1"},
-        {"[Number of Ports] two\n", 1, "f:1: [number of ports] needs a positive integer"},
+        {"[Number of Ports] two\n", 1, "f:1: [number of ports] needs a positive integer up to 999"},
+        // Numbers at the edges.
+        {"[Number of Ports] 4294967298\n", 1, "f:1: [number of ports] needs a positive integer up to 999"},
+        {"[Number of Frequencies] 1e20\n", 1, "f:1: [number of frequencies] needs a positive integer up to 100000000"},
+        {"# GHz S RI\n1e300 0 0 1 0 1 0 0 0\n", 2, "f:2: frequency above 1e15 Hz: is the option line's unit right?"},
+        {"# GHz S MA\n" + ok + "2 0 0 1e300 0 1 0 0 0\n", 2, "f:3: S-parameter magnitude above 1000 (60 dB)"},
+        {"[Version] 2.0\n[Reference]\n50 50\n", 0, "f:2: [Reference] before [Number of Ports]"},
+        // A number missing or extra, swapped or repeated lines: named where
+        // they are, not taken for the start of noise data.
+        {"# GHz S RI\n" + ok + "2 0 0 1 0 1 0 0\n3 0 0 1 0 1 0 0 0\n4 0 0 1 0 1 0 0 0\n", 2,
+         "f:3: the frequency point starting here does not end with a line after its 9 numbers: a number is missing or extra"},
+        {"# GHz S RI\n" + ok + "2 0 0 1 0 1 0 0 0 0\n3 0 0 1 0 1 0 0 0\n", 2,
+         "f:3: the frequency point starting here does not end with a line after its 9 numbers: a number is missing or extra"},
+        {"# GHz S RI\n" + ok + "3 0 0 1 0 1 0 0 0\n2 0 0 1 0 1 0 0 0\n4 0 0 1 0 1 0 0 0\n", 2, "f:4: frequencies must increase"},
+        {"# GHz S RI\n" + ok + "2 0 0 1 0 1 0 0 0\n2 0 0 1 0 1 0 0 0\n3 0 0 1 0 1 0 0 0\n", 2, "f:4: frequencies must increase"},
+        {"# GHz S RI\n" + FourPort(1) + FourPort(2).substr(0, FourPort(2).size() - 4) + "\n" + FourPort(3), 4,
+         "f:6: the frequency point starting here does not end with a line after its 33 numbers: a number is missing or extra"},
     };
     for (const auto& c : cases) {
         try {
