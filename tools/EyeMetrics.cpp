@@ -122,8 +122,8 @@ bool EyeMetrics::HeightAt(const std::vector<double>& wave, int samplesPerBit, co
 }
 
 EyeResult EyeMetrics::Measure(const std::vector<double>& wave, int samplesPerBit, const std::vector<uint8_t>& bits,
-                              size_t ignoreBits, int maxDelay) {
-    return Search(wave, samplesPerBit, bits, ignoreBits, 0, maxDelay - 1);
+                              size_t ignoreBits, int maxDelay, int firstDelay) {
+    return Search(wave, samplesPerBit, bits, ignoreBits, firstDelay, maxDelay - 1);
 }
 
 EyeResult EyeMetrics::MeasureBlind(const std::vector<double>& wave, int samplesPerBit, size_t ignoreBits) {

@@ -42,7 +42,7 @@ public:
     // searched. Throws std::invalid_argument when no delay has at least one
     // one and one zero to compare.
     static EyeResult Measure(const std::vector<double>& wave, int samplesPerBit,
-                             const std::vector<uint8_t>& bits, size_t ignoreBits, int maxDelay);
+                             const std::vector<uint8_t>& bits, size_t ignoreBits, int maxDelay, int firstDelay = 0);
 
     // Eye of a waveform whose bits are unknown: the threshold is the mean of
     // the measured samples, the bits are the decisions taken at the phase

@@ -37,15 +37,16 @@ namespace amihost {
 
 namespace {
 
-// The latest sampling instant searched, in UI after the start of a bit: the
-// channel and the model together delay the signal by a few UI.
+// The sampling instants searched, in UI after the channel's bulk delay: the
+// model and what the channel spreads after its delay take a few UI more.
 const int kMaxLatencyUI = 32;
 // Length of the impulse response handed to AMI_Init, in UI.
 const int kImpulseUI = 32;
 // Every run's output is kept for the report: at most this many samples over
 // all runs (1 GiB of them), refused before anything is allocated.
 const size_t kMaxSamples = size_t(1) << 27;
-// Length of the pulse responses of the statistical eye, in UI.
+// Length of the pulse responses of the statistical eye, in UI, at least; a
+// longer channel response lengthens them to cover it whole.
 const int kPulseUI = 128;
 
 struct Stimulus {
@@ -60,7 +61,17 @@ struct Stimulus {
     bool bChannel = false;
     std::string sChannel;           // one line describing the channel
     double dLossAtNyquist = 0.0;    // dB
+    int iChannelDelay = 0;          // samples before the channel's pulse response rises (PRBS only)
 };
+
+// The channel's bulk delay: one UI before its pulse response peaks, so that
+// the eye search starts before the main cursor whatever the channel's length.
+int BulkDelay(const std::vector<double>& pulse, int samplesPerBit) {
+    size_t peak = 0;
+    for (size_t i = 1; i < pulse.size(); ++i)
+        if (std::fabs(pulse[i]) > std::fabs(pulse[peak])) peak = i;
+    return std::max(0, static_cast<int>(peak) - samplesPerBit);
+}
 
 // One setting's run and its eye.
 struct Outcome {
@@ -139,6 +150,9 @@ Stimulus MakeStimulus(const HostOptions& o, double terminationOhms, size_t runs)
     std::fill(s.vPulse.begin() + 1, s.vPulse.begin() + 1 + o.iSamplesPerBit, 1.0);
     if (o.bChannel && !o.sChannelFile.empty()) {
         const TouchstoneChannel channel(o.sChannelFile, o.sPorts, s.dSampleInterval, terminationOhms);
+        // The pulse covers the channel's whole impulse response, and a UI more.
+        if (channel.ImpulseLength() + 2 * o.iSamplesPerBit > s.vPulse.size())
+            s.vPulse.resize(channel.ImpulseLength() + 2 * o.iSamplesPerBit, 0.0);
         channel.Process(s.vWave);
         channel.Process(s.vImpulse);
         channel.Process(s.vPulse);
@@ -158,6 +172,11 @@ Stimulus MakeStimulus(const HostOptions& o, double terminationOhms, size_t runs)
     // The leading zero only kept the pulse off the filter's settled start.
     s.vImpulse.erase(s.vImpulse.begin());
     s.vPulse.erase(s.vPulse.begin());
+    if (s.bChannel) {
+        s.iChannelDelay = BulkDelay(s.vPulse, o.iSamplesPerBit);
+        s.sChannel += "; delay " + Fmt("%.1f", s.iChannelDelay * s.dSampleInterval * 1e12) + " ps (" +
+                      Fmt("%.1f", static_cast<double>(s.iChannelDelay) / o.iSamplesPerBit) + " UI)";
+    }
     s.sDescription = "PRBS" + std::to_string(o.iPrbs) + " NRZ, " + std::to_string(o.nBits) + " bits at " +
                      Fmt("%g", o.dBitRate / 1e9) + " Gb/s, " + std::to_string(o.iSamplesPerBit) +
                      " samples/bit, +/-" + Fmt("%g", o.dAmplitude) + " V";
@@ -167,8 +186,9 @@ Stimulus MakeStimulus(const HostOptions& o, double terminationOhms, size_t runs)
 EyeResult MeasureEye(const Stimulus& s, const std::vector<double>& wave, size_t ignoreBits) {
     try {
         if (s.vBits.empty()) return EyeMetrics::MeasureBlind(wave, s.iSamplesPerBit, ignoreBits);
-        const int maxDelay = kMaxLatencyUI * s.iSamplesPerBit;
-        return EyeMetrics::Measure(wave, s.iSamplesPerBit, s.vBits, ignoreBits, maxDelay);
+        const int first = s.iChannelDelay;
+        return EyeMetrics::Measure(wave, s.iSamplesPerBit, s.vBits, ignoreBits, first + kMaxLatencyUI * s.iSamplesPerBit,
+                                   first);
     } catch (const std::invalid_argument& e) {
         if (s.vBits.empty()) throw HostError(ExitCode::kBadFile, std::string(e.what()) + " (or use fewer --ignore-bits)");
         throw HostError(ExitCode::kBadParameter, std::string(e.what()) + " (use more bits or fewer ignored bits)");
@@ -377,6 +397,12 @@ int Host::Run(HostOptions o, std::ostream& out) {
 
     const size_t runs = o.bSweep ? std::max<size_t>(1, base.SweepValues(o.sSweepParam).size()) : 1;
     const Stimulus stim = MakeStimulus(o, rx.dTerminationOhms, runs);
+    const size_t delayBits = static_cast<size_t>(stim.iChannelDelay / stim.iSamplesPerBit);
+    if (o.sInput.empty() && delayBits > 0 && o.nBits < ignoreBits + delayBits + 2 * kMaxLatencyUI)
+        throw HostError(ExitCode::kBadParameter,
+                        "--bits must be at least " + std::to_string(ignoreBits + delayBits + 2 * kMaxLatencyUI) +
+                            " (the ignored bits, the channel's delay of " + std::to_string(delayBits) + " UI and " +
+                            std::to_string(2 * kMaxLatencyUI) + " for the latency search)");
     const RateMatchResult rate = RateMatch::Apply(base, ami, o.vSets, stim.dSampleInterval, stim.iSamplesPerBit);
 
     // One parameter string per run: the swept values, or just the base.
@@ -517,7 +543,7 @@ int Host::Run(HostOptions o, std::ostream& out) {
         const Outcome& oc = outcomes[best];
         RunSettings mine = settings;
         mine.sParameters = oc.sParameters;
-        const size_t length = static_cast<size_t>(kPulseUI) * stim.iSamplesPerBit;
+        const size_t length = stim.vPulse.size();
         const std::vector<double> step = PulseResponse::ModelStep(lib, mine, kStepLead, kStepLead + length);
         const std::vector<double> pulse =
             PulseResponse::Combine(PulseResponse::Differentiate(step, kStepLead), stim.vPulse, length);
@@ -593,6 +619,7 @@ int Host::Run(HostOptions o, std::ostream& out) {
               {"nyquist_hz", 0.5 / stim.dBitTime},
               {"loss_at_nyquist_db", channel.LossDb(0.5 / stim.dBitTime)}};
     }
+    if (stim.bChannel) ch["delay_s"] = stim.iChannelDelay * stim.dSampleInterval;  // where the eye search starts
     j["channel"] = ch;
     j["input_eye"] = stim.vBits.empty() ? null : EyeJson(inputEye, stim.dBitTime);
     j["block"] = o.nBlock;

@@ -28,6 +28,8 @@ public:
     std::string Describe() const;
 
     int Ports() const { return m_iPorts; }
+    // Samples of the channel's impulse response, as Process applies it.
+    size_t ImpulseLength() const { return m_vImpulse.size(); }
 
 private:
     std::string m_sPath;

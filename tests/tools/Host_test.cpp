@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
+#include <cmath>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -119,4 +120,50 @@ TEST_F(Host, EveryOutcomeHasItsExitCodeAndMessage) {
     EXPECT_EQ(usage.code, 2);
     EXPECT_NE(usage.err.find("--ami is required"), std::string::npos) << usage.err;
     EXPECT_EQ(Run({"--lib", KV2_RX_SO_PATH, "--ami", KIT_AMI_PATH, "--prbs", "9"}).code, 2);
+}
+
+namespace {
+
+// A lossy line, |S21| = 1/sqrt(1 + (f/5 GHz)^2) with its phase, delayed by
+// `delay` seconds more: S21 e^(-j 2 pi f delay), as a version 1 2-port.
+std::string LossyLine(double delay) {
+    std::ostringstream t;
+    t.precision(12);
+    t << "# GHz S RI R 50\n";
+    const double pi = 3.14159265358979323846;
+    for (int k = 0; k <= 4000; ++k) {
+        const double f = 0.025e9 * k, x = f / 5e9, phase = -2 * pi * f * delay;
+        const double re = 1 / (1 + x * x), im = -x / (1 + x * x);  // 1 / (1 + j x)
+        const double r21 = re * std::cos(phase) - im * std::sin(phase), i21 = re * std::sin(phase) + im * std::cos(phase);
+        t << f / 1e9 << " 0 0 " << r21 << " " << i21 << " " << r21 << " " << i21 << " 0 0\n";
+    }
+    return t.str();
+}
+
+std::vector<double> Heights(const std::string& json) {
+    std::vector<double> h;
+    for (const std::string& eye : Eyes(json)) h.push_back(std::stod(eye.substr(eye.find("\"height_v\": ") + 12)));
+    return h;
+}
+
+}  // namespace
+
+// A channel 200 UI long gives the eyes, the best setting and the statistical
+// eye of the same channel without the delay.
+TEST_F(Host, ALongChannelDelayChangesNoEye) {
+    Spit(s_dir + "/near.s2p", LossyLine(0.0));
+    Spit(s_dir + "/far.s2p", LossyLine(200 * 32e-12));
+    const Result near = Run(Kit({"--channel", "near.s2p", "--sweep-eq", "--stat-eye", "-o", "near"}));
+    const Result far = Run(Kit({"--channel", "far.s2p", "--sweep-eq", "--stat-eye", "-o", "far"}));
+    ASSERT_EQ(near.code, 0) << near.err;
+    ASSERT_EQ(far.code, 0) << far.err;
+    EXPECT_NE(far.out.find("(200.0 UI)"), std::string::npos) << far.out;  // the delay found, reported
+    const std::vector<double> a = Heights(Slurp(s_dir + "/near/summary.json")), b = Heights(Slurp(s_dir + "/far/summary.json"));
+    ASSERT_EQ(a.size(), 16u);
+    ASSERT_EQ(b.size(), 16u);
+    for (size_t k = 0; k < a.size(); ++k) EXPECT_NEAR(a[k], b[k], 2e-3) << "EQ " << k;
+    auto line = [](const std::string& out, const std::string& head) { return out.substr(out.find(head), out.find('\n', out.find(head)) - out.find(head)); };
+    EXPECT_EQ(line(near.out, "best       :").substr(0, 19), line(far.out, "best       :").substr(0, 19));
+    const std::string cursorA = line(near.out, "main cursor"), cursorB = line(far.out, "main cursor");
+    EXPECT_NEAR(std::stod(cursorA.substr(12)), std::stod(cursorB.substr(12)), 2e-3) << cursorA << " / " << cursorB;
 }
