@@ -62,6 +62,7 @@ struct Stimulus {
     std::string sChannel;           // one line describing the channel
     double dLossAtNyquist = 0.0;    // dB
     int iChannelDelay = 0;          // samples before the channel's pulse response rises (PRBS only)
+    std::vector<std::string> vChannelWarnings;  // what the channel's data cannot tell
 };
 
 // The channel's bulk delay: one UI before its pulse response peaks, so that
@@ -158,8 +159,11 @@ Stimulus MakeStimulus(const HostOptions& o, double terminationOhms, size_t runs)
         channel.Process(s.vPulse);
         s.bChannel = true;
         s.dLossAtNyquist = channel.LossDb(0.5 / s.dBitTime);
-        s.sChannel = channel.Describe() + "; loss " + Fmt("%.1f", s.dLossAtNyquist) + " dB at Nyquist (" +
+        s.sChannel = channel.Describe() + "; " +
+                     (std::isfinite(s.dLossAtNyquist) ? "loss " + Fmt("%.1f", s.dLossAtNyquist) + " dB at Nyquist ("
+                                                      : std::string("no data at Nyquist (simulated as passing nothing at ")) +
                      Fmt("%g", 0.5e-9 / s.dBitTime) + " GHz)";
+        s.vChannelWarnings = channel.Warnings(1.0 / s.dBitTime);
     } else if (o.bChannel) {
         const Channel channel(Channel::DefaultCorners(), s.dSampleInterval);
         channel.Process(s.vWave);
@@ -433,6 +437,7 @@ int Host::Run(HostOptions o, std::ostream& out) {
     out << "ami file   : " << o.sAmiFile << " (root " << ami.RootName() << ")\n";
     out << "stimulus   : " << stim.sDescription << "\n";
     if (stim.bChannel) out << "channel    : " << stim.sChannel << "\n";
+    for (const std::string& w : stim.vChannelWarnings) out << w << "\n";
     out << "AMI_Init   : sample interval " << Fmt("%g", stim.dSampleInterval) << " s, bit time "
         << Fmt("%g", stim.dBitTime) << " s; AMI_GetWave blocks of " << o.nBlock << " samples\n";
     PrintRate(rate, out);
@@ -620,6 +625,7 @@ int Host::Run(HostOptions o, std::ostream& out) {
               {"loss_at_nyquist_db", channel.LossDb(0.5 / stim.dBitTime)}};
     }
     if (stim.bChannel) ch["delay_s"] = stim.iChannelDelay * stim.dSampleInterval;  // where the eye search starts
+    if (!stim.vChannelWarnings.empty()) ch["warnings"] = stim.vChannelWarnings;
     j["channel"] = ch;
     j["input_eye"] = stim.vBits.empty() ? null : EyeJson(inputEye, stim.dBitTime);
     j["block"] = o.nBlock;

@@ -167,3 +167,57 @@ TEST_F(Host, ALongChannelDelayChangesNoEye) {
     const std::string cursorA = line(near.out, "main cursor"), cursorB = line(far.out, "main cursor");
     EXPECT_NEAR(std::stod(cursorA.substr(12)), std::stod(cursorB.substr(12)), 2e-3) << cursorA << " / " << cursorB;
 }
+
+namespace {
+
+// A 2-port with a flat S21 of `s21` at each of `frequenciesGHz`.
+std::string Flat(const std::vector<double>& frequenciesGHz, double s21) {
+    std::ostringstream t;
+    t << "# GHz S RI R 50\n";
+    for (double f : frequenciesGHz) t << f << " 0 0 " << s21 << " 0 " << s21 << " 0 0 0\n";
+    return t.str();
+}
+
+std::vector<double> Steps(double from, double to, double step) {
+    std::vector<double> f;
+    for (double x = from; x <= to + 1e-9; x += step) f.push_back(x);
+    return f;
+}
+
+}  // namespace
+
+// Data that cannot describe the link at 31.25 Gb/s (Nyquist 15.625 GHz) are
+// simulated with a warning, printed and in summary.json, never in silence.
+TEST_F(Host, ChannelDataThatCannotTellAreWarnedAbout) {
+    std::string through = "# GHz S RI R 50\n";  // a 4-port whose through paths are 1-2 and 3-4
+    for (double f : Steps(0.1, 20, 0.1)) {
+        through += std::to_string(f);
+        for (int row = 1; row <= 4; ++row, through += "\n")
+            for (int col = 1; col <= 4; ++col) through += (row + col == 3 || row + col == 7) && row != col ? " 0.9 0" : " 0 0";
+    }
+    const struct { const char* name; std::string text; std::vector<std::string> extra; const char* warning; } cases[] = {
+        {"short.s2p", Flat(Steps(0.05, 1, 0.05), 0.9), {},
+         "WARNING: the data end at 1 GHz, below the Nyquist frequency 15.625 GHz: the channel is simulated as passing "
+         "nothing above 1 GHz"},
+        {"late.s2p", Flat(Steps(3, 20, 0.5), 0.9), {},
+         "WARNING: the data start at 3 GHz: below it the magnitude is held and the phase extrapolated to DC, which the "
+         "data do not show"},
+        {"sparse.s2p", Flat({0.01, 10, 20}, 0.9), {},
+         "WARNING: only 2 data points up to the Nyquist frequency 15.625 GHz: too few to describe the channel at this bit rate"},
+        {"active.s2p", Flat(Steps(0.01, 20, 0.1), 3.57), {},
+         "WARNING: |S21| reaches 3.57 at 0.01 GHz: the data describe an active network, not a passive channel"},
+        {"pairs.s4p", through, {"--ports", "12-34"},
+         "WARNING: pairing 13-24 passes 0.9 at 0.1 GHz where the chosen 12-34 passes 0: is --ports 13-24 the through path?"},
+    };
+    for (const auto& c : cases) {
+        Spit(s_dir + "/" + c.name, c.text);
+        std::vector<std::string> args = Kit({"--channel", c.name, "-o", "warned"});
+        args.insert(args.end(), c.extra.begin(), c.extra.end());
+        const Result r = Run(args);
+        ASSERT_EQ(r.code, 0) << c.name << ": " << r.err;
+        EXPECT_NE(r.out.find(std::string("\n") + c.warning + "\n"), std::string::npos) << c.name << ":\n" << r.out;
+        EXPECT_NE(Slurp(s_dir + "/warned/summary.json").find(c.warning), std::string::npos) << c.name;
+    }
+    EXPECT_NE(Run(Kit({"--channel", "short.s2p", "-o", "warned"})).out.find(
+                  "no data at Nyquist (simulated as passing nothing at 15.625 GHz)"), std::string::npos);
+}
