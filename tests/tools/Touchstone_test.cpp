@@ -64,6 +64,17 @@ TEST(Touchstone, ClosedFormChannelsGiveTheirAnalyticStepResponses) {
     for (size_t n = 10; n < 4000; n += 37)
         EXPECT_NEAR(y[n], 1.0 - std::exp(-(n - 0.5) * kT / tau), 0.01) << "RC, sample " << n;
     EXPECT_NEAR(rcCh.LossDb(fc), 10 * std::log10(2.0), 1e-3);
+    // The same section behind 6.4 ns of line (200 UI at 31.25 Gb/s): the
+    // same step, 6400 samples later, and nothing before it.
+    const double late = 6.4e-9;
+    const std::string far = Write("rc_far.s2p", 2, 100e9, [&](double f, int i, int j) {
+        return i == j ? C(0) : std::polar(1.0, -2 * kPi * f * late) / C(1.0, f / fc);
+    });
+    const std::vector<double> z = Step(TouchstoneChannel(far, "13-24", kT), 12000);
+    for (size_t n = 10; n < 12000; n += 37) {
+        const double t = (n - 0.5) * kT - late;
+        EXPECT_NEAR(z[n], t > 0 ? 1.0 - std::exp(-t / tau) : 0.0, 0.01) << "delayed RC, sample " << n;
+    }
 
     // Ideal delay of 123 ps (a 2-port, whatever --ports says) and the same
     // delay on two matched lines 1->2 and 3->4 of a 4-port, read as SDD21.
