@@ -1,5 +1,6 @@
 // AmiFile: .ami parameter definitions from the parsed parameter tree.
 #include "tools/AmiFile.h"
+#include "tools/InputFile.h"
 
 #include <algorithm>
 #include <cctype>
@@ -137,11 +138,9 @@ std::string AmiFile::Clean(const std::string& text) {
 }
 
 AmiFile AmiFile::Load(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) throw HostError(ExitCode::kBadFile, "cannot read .ami file " + path);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return Parse(text.str(), path);
+    std::string text, problem;
+    if (!ReadInputFile(path, text, problem)) throw HostError(ExitCode::kBadFile, ".ami file " + path + " " + problem);
+    return Parse(text, path);
 }
 
 AmiFile AmiFile::Parse(const std::string& text, const std::string& origin) {

@@ -1,5 +1,6 @@
 // IbsFile: component, model, Executable line and termination of an .ibs.
 #include "tools/IbsFile.h"
+#include "tools/InputFile.h"
 
 #include <algorithm>
 #include <cctype>
@@ -38,14 +39,12 @@ std::string Names(const std::vector<std::string>& names) {
 }  // namespace
 
 IbsReceiver IbsFile::Find(const std::string& path, const std::string& component, const std::string& model) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) throw HostError(ExitCode::kBadFile, "cannot read IBIS file " + path);
-    std::ostringstream text;
-    text << in.rdbuf();
+    std::string text, problem;
+    if (!ReadInputFile(path, text, problem)) throw HostError(ExitCode::kBadFile, "IBIS file " + path + " " + problem);
     // "./" keeps a library next to an .ibs in the working folder from being
     // looked up on the system's library path.
     const std::string folder = std::filesystem::path(path).parent_path().string();
-    return Parse(text.str(), path, folder.empty() ? "." : folder, component, model);
+    return Parse(text, path, folder.empty() ? "." : folder, component, model);
 }
 
 IbsReceiver IbsFile::Parse(const std::string& text, const std::string& origin, const std::string& folder,

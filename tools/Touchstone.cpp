@@ -10,6 +10,7 @@
 #include <sstream>
 
 #include "tools/HostError.h"
+#include "tools/InputFile.h"
 
 namespace amihost {
 
@@ -72,11 +73,9 @@ int Touchstone::PortsFromName(const std::string& path) {
 }
 
 TouchstoneData Touchstone::Load(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) throw HostError(ExitCode::kBadFile, "cannot read Touchstone file " + path);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return Parse(text.str(), path, PortsFromName(path));
+    std::string text, problem;
+    if (!ReadInputFile(path, text, problem)) throw HostError(ExitCode::kBadFile, "Touchstone file " + path + " " + problem);
+    return Parse(text, path, PortsFromName(path));
 }
 
 TouchstoneData Touchstone::Parse(const std::string& text, const std::string& origin, int ports) {

@@ -1,5 +1,6 @@
 // WaveformFile: waveform text input and CSV output.
 #include "tools/WaveformFile.h"
+#include "tools/InputFile.h"
 
 #include <cerrno>
 #include <cmath>
@@ -7,6 +8,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <memory>
+#include <sstream>
 
 #include "tools/HostError.h"
 
@@ -65,8 +67,9 @@ std::string Seconds(double t) {
 }  // namespace
 
 Waveform WaveformFile::Read(const std::string& path) {
-    std::ifstream in(path);
-    if (!in) throw HostError(ExitCode::kBadFile, "cannot read waveform file " + path);
+    std::string text, problem;
+    if (!ReadInputFile(path, text, problem)) throw HostError(ExitCode::kBadFile, "waveform file " + path + " " + problem);
+    std::istringstream in(text);
     Waveform w;
     std::vector<double> times;
     size_t columns = 0;

@@ -35,9 +35,14 @@ TEST(HostAnalysis, MisuseGetsItsExitCodeAndMessage) {
     ASSERT_EQ(std::system(("mkdir -p '" + kDir + "'").c_str()), 0);
     std::ofstream(kDir + "/bad.s2p") << "# GHz S RI\n1 0 0 1\n";
     std::ofstream(kDir + "/w.txt") << "0\n1\n";
+    ASSERT_EQ(std::system(("rm -f '" + kDir + "/fifo' && mkfifo '" + kDir + "/fifo'").c_str()), 0);
     const struct { std::vector<std::string> args; int code; std::string err; } cases[] = {
-        {{"--channel", "none.s4p"}, 5, "amihost: bad file: cannot read Touchstone file none.s4p\n"},
-        {{"--ibs", "none.ibs"}, 5, "amihost: bad file: cannot read IBIS file none.ibs\n"},
+        {{"--channel", "none.s4p"}, 5, "amihost: bad file: Touchstone file none.s4p cannot be read: No such file or directory\n"},
+        {{"--ibs", "none.ibs"}, 5, "amihost: bad file: IBIS file none.ibs cannot be read: No such file or directory\n"},
+        // Paths that are not regular files are named as what they are, not read.
+        {{"--channel", "."}, 5, "amihost: bad file: Touchstone file . is a directory, not a regular file\n"},
+        {{"--ibs", "/dev/zero"}, 5, "amihost: bad file: IBIS file /dev/zero is a character device, not a regular file\n"},
+        {{"--input", "fifo"}, 5, "amihost: bad file: waveform file fifo is a FIFO (named pipe), not a regular file\n"},
         {{"--channel", "bad.s2p"}, 5, "amihost: bad file: bad.s2p:2: incomplete data: the last frequency point has 4 of 9 numbers\n"},
         {{"--channel", "bad.s2p", "--ports", "1-2"}, 6, "amihost: bad parameter: --ports 1-2 is not a pairing such as 13-24, 12-34 or 1,3-2,4\n"},
         {{"--stat-eye", "--input", "w.txt"}, 6,

@@ -10,6 +10,7 @@
 #include "tools/ibischeck/AmiRules.h"
 #include "tools/ibischeck/ExecutableCheck.h"
 #include "tools/ibischeck/PeImage.h"
+#include "tools/InputFile.h"
 #include "tools/ibischeck/IbisLexer.h"
 #include "tools/ibischeck/IbsRules.h"
 
@@ -17,13 +18,8 @@ namespace ibischeck {
 
 namespace {
 
-bool ReadFile(const std::string& path, std::string& text) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) return false;
-    std::ostringstream s;
-    s << in.rdbuf();
-    text = s.str();
-    return true;
+bool ReadFile(const std::string& path, std::string& text, std::string& problem) {
+    return amihost::ReadInputFile(path, text, problem);
 }
 
 std::string Extension(const std::string& path) {
@@ -62,9 +58,9 @@ void CheckWindowsLibrary(const ExecutableLine& e, bool getWaveExists, const std:
 }  // namespace
 
 void Checker::CheckFile(const std::string& path) {
-    std::string text;
-    if (!ReadFile(path, text)) {
-        m_rReport.Error(path, 0, "cannot read the file");
+    std::string text, problem;
+    if (!ReadFile(path, text, problem)) {
+        m_rReport.Error(path, 0, "the file " + problem);
         return;
     }
     const std::string ext = Extension(path);
@@ -82,9 +78,9 @@ void Checker::CheckFile(const std::string& path) {
 
     std::map<std::string, bool> amiClean;  // per .ami file: checked without ERROR
     for (const ExecutableLine& e : rules.Executables()) {
-        std::string amiText;
-        if (!ReadFile(e.sAmi, amiText)) {
-            m_rReport.Error(path, e.nLine, "cannot read " + e.sAmi);
+        std::string amiText, amiProblem;
+        if (!ReadFile(e.sAmi, amiText, amiProblem)) {
+            m_rReport.Error(path, e.nLine, e.sAmi + " " + amiProblem);
             continue;
         }
         if (amiClean.count(e.sAmi) == 0) {
