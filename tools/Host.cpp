@@ -101,14 +101,26 @@ std::string TooMany(const std::string& what, size_t runs) {
            " is more than the " + std::to_string(kMaxSamples) + " samples amihost keeps in memory";
 }
 
+// The timing and levels of the command line, checked before anything uses
+// them: the model is only ever given a positive, finite, normal sample
+// interval, and the statistical eye a jitter it can spread over a UI.
+void CheckNumbers(const HostOptions& o) {
+    if (o.iSamplesPerBit < 1) throw HostError(ExitCode::kBadParameter, "--samples-per-bit must be at least 1");
+    if (!(o.dBitRate >= 1.0 && o.dBitRate <= 1e14))
+        throw HostError(ExitCode::kBadParameter, "--bit-rate must be from 1 to 1e14 bit/s");
+    if (!(o.dAmplitude >= 1e-9 && o.dAmplitude <= 1e6))
+        throw HostError(ExitCode::kBadParameter, "--amplitude must be from 1e-9 to 1e6 V");
+    if (!(o.dNoiseRms >= 0.0 && o.dNoiseRms <= 1e6) || !(o.dRjRms >= 0.0))
+        throw HostError(ExitCode::kBadParameter, "--noise and --rj must be zero or positive");
+    if (!(o.dRjRms <= 0.25 / o.dBitRate))
+        throw HostError(ExitCode::kBadParameter, "--rj must be at most a quarter of the bit time (" +
+                                                     Fmt("%g", 0.25 / o.dBitRate) + " s)");
+}
+
 // terminationOhms: the receiver's input resistance per leg (0: matched).
 // runs: how many outputs of the waveform's length are kept.
 Stimulus MakeStimulus(const HostOptions& o, double terminationOhms, size_t runs) {
-    if (o.iSamplesPerBit < 1) throw HostError(ExitCode::kBadParameter, "--samples-per-bit must be at least 1");
-    if (!(o.dBitRate > 0.0) || !std::isfinite(o.dBitRate))
-        throw HostError(ExitCode::kBadParameter, "--bit-rate must be positive");
-    if (!(o.dAmplitude > 0.0) || !std::isfinite(o.dAmplitude))
-        throw HostError(ExitCode::kBadParameter, "--amplitude must be positive and finite");
+    CheckNumbers(o);
     Stimulus s;
     s.iSamplesPerBit = o.iSamplesPerBit;
     s.dBitTime = 1.0 / o.dBitRate;
@@ -316,7 +328,7 @@ const size_t kStepLead = 1024;
 
 int RunDatasheet(const HostOptions& o, const AmiLibrary& lib, ParameterString base, std::ostream& out,
                  const AmiFile& ami) {
-    if (o.iSamplesPerBit < 1) throw HostError(ExitCode::kBadParameter, "--samples-per-bit must be at least 1");
+    CheckNumbers(o);
     const double dt = 1.0 / (o.dBitRate * o.iSamplesPerBit);
     const RateMatchResult rate = RateMatch::Apply(base, ami, o.vSets, dt, o.iSamplesPerBit);
     out << "library    : " << o.sLibrary << "\n";
@@ -385,8 +397,7 @@ int Host::Run(HostOptions o, std::ostream& out) {
     if (o.bDatasheet) return RunDatasheet(o, lib, base, out, ami);
     if (o.bStatEye && !o.sInput.empty())
         throw HostError(ExitCode::kBadParameter, "--stat-eye needs the built-in pattern: the channel of --input is unknown");
-    if (!(o.dNoiseRms >= 0.0) || !(o.dRjRms >= 0.0))
-        throw HostError(ExitCode::kBadParameter, "--noise and --rj must be zero or positive");
+    CheckNumbers(o);
     long ignore = o.iIgnoreBits;
     if (ignore < 0) {
         ignore = 100;

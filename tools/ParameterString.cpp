@@ -2,6 +2,7 @@
 // overrides.
 #include "tools/ParameterString.h"
 
+#include <cctype>
 #include <cerrno>
 #include <cmath>
 #include <cstdlib>
@@ -12,8 +13,14 @@ namespace amihost {
 
 namespace {
 
+// Decimal only, with nothing around it: the model's own parser reads no
+// blanks inside a value and no hexadecimal.
+bool PlainNumber(const std::string& s) {
+    return !s.empty() && !std::isspace(static_cast<unsigned char>(s[0])) && s.find_first_of("xX") == std::string::npos;
+}
+
 bool ParseInteger(const std::string& s, long long& out) {
-    if (s.empty()) return false;
+    if (!PlainNumber(s)) return false;
     char* end = nullptr;
     errno = 0;
     out = std::strtoll(s.c_str(), &end, 10);
@@ -21,7 +28,7 @@ bool ParseInteger(const std::string& s, long long& out) {
 }
 
 bool ParseFloat(const std::string& s, double& out) {
-    if (s.empty()) return false;
+    if (!PlainNumber(s)) return false;
     char* end = nullptr;
     out = std::strtod(s.c_str(), &end);
     return *end == '\0' && std::isfinite(out);
@@ -112,7 +119,9 @@ const ParameterString::Entry& ParameterString::Lookup(const std::string& name) c
 
 void ParameterString::Set(const std::string& name, const std::string& value) {
     Entry& e = Lookup(name);
-    e.sValue = Checked(e.param, value);
+    // Blanks around a value are the shell's, not the value's.
+    const size_t first = value.find_first_not_of(" \t"), last = value.find_last_not_of(" \t");
+    e.sValue = Checked(e.param, first == std::string::npos ? std::string() : value.substr(first, last - first + 1));
 }
 
 void ParameterString::SetAssignment(const std::string& assignment) {

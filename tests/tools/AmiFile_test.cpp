@@ -97,10 +97,14 @@ TEST(AmiFile, BadFilesAndOverridesAreRefusedWithTheirReason) {
         {"Corner=Best", "parameter Corner cannot be Best: it must be one of \"Typ\", \"Slow\", \"Fast\""},
         {"EQ", "--set takes NAME=VALUE, not EQ"},
         {"=3", "--set takes NAME=VALUE, not =3"},
+        {"SampleRate=0x1p40", "parameter SampleRate cannot be 0x1p40: it is not a number"},
+        {"EQ=0x3", "parameter EQ cannot be 0x3: it is not an integer"},
     };
     for (const auto& c : overrides)
         EXPECT_EQ(Refusal([&] { p.SetAssignment(c.assignment); }), std::to_string(badParameter) + ": " + c.message);
-    for (const char* good : {"EQ=15", "Corner=Fast", "SampleRate=5e11"}) p.SetAssignment(good);
+    // Blanks around a value (130 of them would trip the model's line guard) are dropped.
+    for (const std::string& good : std::vector<std::string>{"EQ=15", "Corner=Fast", "SampleRate=" + std::string(130, ' ') + "5e11 "})
+        p.SetAssignment(good);
     EXPECT_EQ(p.Text(), "(KV2_RX (SampleRate 5e11) (EQ 15) (SamplesPerBit 100) (Corner \"Fast\"))");
     EXPECT_EQ(p.SweepValues("EQ").size(), 16u);
 }

@@ -48,6 +48,13 @@ TEST(HostAnalysis, MisuseGetsItsExitCodeAndMessage) {
         {{"--stat-eye", "--input", "w.txt"}, 6,
          "amihost: bad parameter: --stat-eye needs the built-in pattern: the channel of --input is unknown\n"},
         {{"--stat-eye", "--noise", "-1"}, 6, "amihost: bad parameter: --noise and --rj must be zero or positive\n"},
+        // Numbers at the edges, refused before the model or the eye sees them.
+        {{"--stat-eye", "--rj", "inf"}, 6, "amihost: bad parameter: --rj must be at most a quarter of the bit time (2.5e-11 s)\n"},
+        {{"--stat-eye", "--rj", "1"}, 6, "amihost: bad parameter: --rj must be at most a quarter of the bit time (2.5e-11 s)\n"},
+        {{"--stat-eye", "--noise", "nan"}, 6, "amihost: bad parameter: --noise and --rj must be zero or positive\n"},
+        {{"--bit-rate", "1e308"}, 6, "amihost: bad parameter: --bit-rate must be from 1 to 1e14 bit/s\n"},
+        {{"--datasheet", "--bit-rate", "0"}, 6, "amihost: bad parameter: --bit-rate must be from 1 to 1e14 bit/s\n"},
+        {{"--amplitude", "1e-310"}, 6, "amihost: bad parameter: --amplitude must be from 1e-9 to 1e6 V\n"},
         {{"--samples-per-bit", "8"}, 6,
          "amihost: bad parameter: parameter SamplesPerBit cannot be 8: its range is 16 to 100000 (the host's timing "
          "asks for SamplesPerBit 8; change --bit-rate / --samples-per-bit, or --set SamplesPerBit yourself)\n"},

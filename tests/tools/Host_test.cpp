@@ -89,7 +89,7 @@ TEST_F(Host, EveryOutcomeHasItsExitCodeAndMessage) {
          "amihost: bad file: broken.ami is not a valid .ami file: unbalanced parentheses\n"},
         {Kit({"--input", "wave.txt"}), 5, "amihost: bad file: wave.txt:3: not a number in \"abc\"\n"},
         {Kit({"--set", "EQ=16"}), 6, "amihost: bad parameter: parameter EQ cannot be 16: its range is 0 to 15\n"},
-        {Kit({"--amplitude", "0"}), 6, "amihost: bad parameter: --amplitude must be positive and finite\n"},
+        {Kit({"--amplitude", "0"}), 6, "amihost: bad parameter: --amplitude must be from 1e-9 to 1e6 V\n"},
         // AMI_Close follows every failure of the model.
         {Stub("Mode=1"), 7, failed("AMI_Init"), "AMI_Init returned 0, message: \"stub init failed\"\nAMI_Close returned 1\n",
          "init\nclose\n"},
