@@ -17,4 +17,8 @@ constexpr size_t kMaxInputBytes = size_t(1) << 30;  // 1 GiB
 bool ReadInputFile(const std::string& path, std::string& text, std::string& problem,
                    size_t maxBytes = kMaxInputBytes);
 
+// `text` with control characters (terminal escapes among them) shown as
+// \xNN, for echoing what came from a file or the command line.
+std::string Printable(const std::string& text);
+
 }  // namespace amihost

@@ -156,9 +156,19 @@ std::vector<std::string> ParameterString::SweepValues(const std::string& name) c
     const AmiParameter& p = Lookup(name).param;
     std::vector<std::string> values;
     long long lo, hi;
-    if (p.sType == "Integer" && p.sFormat == "Range" && p.vFormat.size() >= 3 && ParseInteger(p.vFormat[1], lo) &&
-        ParseInteger(p.vFormat[2], hi) && lo <= hi && hi - lo < 1000) {
-        for (long long v = lo; v <= hi; ++v) values.push_back(std::to_string(v));
+    const bool range = p.sType == "Integer" && p.sFormat == "Range" && p.vFormat.size() >= 3 &&
+                       ParseInteger(p.vFormat[1], lo) && ParseInteger(p.vFormat[2], hi) && lo <= hi;
+    // The count in unsigned arithmetic: hi - lo overflows a long long for
+    // the widest ranges.
+    const unsigned long long span = range ? static_cast<unsigned long long>(hi) - static_cast<unsigned long long>(lo) : 0;
+    if (range && span >= 1000) {
+        throw HostError(ExitCode::kBadParameter, "cannot sweep " + p.sPath + ": its Range " + p.vFormat[1] + " to " +
+                                                     p.vFormat[2] + " has more than 1000 values");
+    } else if (range) {
+        for (long long v = lo;; ++v) {
+            values.push_back(std::to_string(v));
+            if (v == hi) break;
+        }
     } else if (p.sFormat == "List") {
         values = p.vFormat;
     } else {

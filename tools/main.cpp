@@ -13,6 +13,7 @@
 #include "tools/Channel.h"
 #include "tools/Host.h"
 #include "tools/HostError.h"
+#include "tools/InputFile.h"
 
 namespace {
 
@@ -152,7 +153,7 @@ int main(int argc, char** argv) {
         return code;
     } catch (const amihost::HostError& e) {
         std::cout.flush();
-        std::fprintf(stderr, "amihost: %s: %s\n", amihost::ExitCodeName(e.Code()), e.what());
+        std::fprintf(stderr, "amihost: %s: %s\n", amihost::ExitCodeName(e.Code()), amihost::Printable(e.what()).c_str());
         return static_cast<int>(e.Code());
     } catch (const std::exception& e) {
         std::cout.flush();

@@ -107,4 +107,11 @@ TEST(AmiFile, BadFilesAndOverridesAreRefusedWithTheirReason) {
         p.SetAssignment(good);
     EXPECT_EQ(p.Text(), "(KV2_RX (SampleRate 5e11) (EQ 15) (SamplesPerBit 100) (Corner \"Fast\"))");
     EXPECT_EQ(p.SweepValues("EQ").size(), 16u);
+    // The widest Integer Range is counted without overflow and refused by its size.
+    ParameterString wide(AmiFile::Parse("(M (Reserved_Parameters (AMI_Version (Usage Info) (Type String) (Value \"7.0\")))"
+                                        " (Model_Specific (N (Usage In) (Type Integer) "
+                                        "(Range 0 -9223372036854775808 9223372036854775807) (Default 0))))", "w.ami"));
+    EXPECT_EQ(Refusal([&] { wide.SweepValues("N"); }),
+              std::to_string(badParameter) + ": cannot sweep N: its Range -9223372036854775808 to "
+                                             "9223372036854775807 has more than 1000 values");
 }

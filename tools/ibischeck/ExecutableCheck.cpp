@@ -78,7 +78,12 @@ int Exercise(int fd, const std::string& library, std::string parameters, bool ge
         Say(fd, 'S', "AMI_GetWave");
         const long waved = getWave(wave.data(), rows, clocks.data(), &out, handle);
         clean = waved == 1 && ExecutableCheck::Settles(wave);
+        size_t bad = 0;
+        while (bad < wave.size() && std::isfinite(wave[bad])) ++bad;
         if (waved != 1) Say(fd, 'E', "returns " + std::to_string(waved) + " from AMI_GetWave on a step");
+        else if (bad < wave.size())
+            Say(fd, 'E', "gives a non-finite sample (" + std::string(std::isnan(wave[bad]) ? "NaN" : "infinite") +
+                             ") at sample " + std::to_string(bad) + " of its step response through AMI_GetWave");
         else if (!clean)
             Say(fd, 'E', "does not settle: its step response through AMI_GetWave still moves in the last eighth "
                          "of 32768 samples");

@@ -4,6 +4,8 @@
 #include <cstdarg>
 #include <nlohmann/json.hpp>
 
+#include "tools/InputFile.h"
+
 #include "amiparams/IbisParser/errlog.h"
 
 namespace ibischeck {
@@ -38,7 +40,7 @@ const char* SeverityName(Severity s) {
 }
 
 void Report::Add(Severity s, const std::string& file, int line, const std::string& message) {
-    m_vFindings.push_back(Finding{file, line, s, message});
+    m_vFindings.push_back(Finding{amihost::Printable(file), line, s, amihost::Printable(message)});
 }
 
 int Report::Count(Severity s) const {

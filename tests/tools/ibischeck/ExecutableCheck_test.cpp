@@ -40,6 +40,12 @@ TEST(ExecutableCheck, MisbehavingModelsAreReportedWithTheStageTheyFailedIn) {
         {MODEL_NO_SETTLING,
          {"NOTE: says in AMI_Init: first-order low-pass",
           "ERROR: does not settle: its step response through AMI_GetWave still moves in the last eighth of 32768 samples"}},
+        {MODEL_NAN_OUTPUT,
+         {"NOTE: says in AMI_Init: first-order low-pass",
+          "ERROR: gives a non-finite sample (NaN) at sample 100 of its step response through AMI_GetWave"}},
+        {MODEL_ESCAPES,
+         {"NOTE: says in AMI_Init: \\x1b[2Jfirst-order\\x09low-pass",
+          "NOTE: loads; AMI_Init, AMI_GetWave (the step settles) and AMI_Close succeed"}},
     };
     for (const auto& c : cases) {
         std::vector<std::string> expected;
