@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <fstream>
@@ -22,9 +23,11 @@ Result Amihost(std::vector<std::string> args, const std::string& ami = KIT_AMI_P
     args.insert(args.begin(), {"--lib", KV2_RX_SO_PATH, "--ami", ami, "--no-progress"});
     std::string cmd = "mkdir -p '" + kDir + "' && cd '" + kDir + "' && '" AMIHOST_PATH "'";
     for (const std::string& a : args) cmd += " '" + a + "'";
-    const int status = std::system((cmd + " > out.txt 2> err.txt").c_str());
+    // Named per process: ctest runs this suite's tests side by side in one folder.
+    const std::string tag = std::to_string(getpid());
+    const int status = std::system((cmd + " > out" + tag + ".txt 2> err" + tag + ".txt").c_str());
     auto slurp = [](const std::string& p) { std::ostringstream s; s << std::ifstream(p).rdbuf(); return s.str(); };
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, slurp(kDir + "/out.txt"), slurp(kDir + "/err.txt")};
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, slurp(kDir + "/out" + tag + ".txt"), slurp(kDir + "/err" + tag + ".txt")};
 }
 
 nlohmann::json Summary(const std::string& out) { return nlohmann::json::parse(std::ifstream(kDir + "/" + out + "/summary.json")); }
