@@ -76,7 +76,8 @@ std::vector<std::string> TouchstoneChannel::Warnings(double bitRate) const {
     const size_t below = static_cast<size_t>(
         std::upper_bound(m_vFrequencyHz.begin(), m_vFrequencyHz.end(), nyquist) - m_vFrequencyHz.begin());
     if (below < 16)
-        w.push_back("WARNING: only " + std::to_string(below) + " data points up to the Nyquist frequency " +
+        w.push_back("WARNING: only " + std::to_string(below) + (below == 1 ? " data point" : " data points") +
+                    " up to the Nyquist frequency " +
                     ghz(nyquist) + ": too few to describe the channel at this bit rate");
     size_t gain = 0;
     for (size_t i = 1; i < m_vH.size(); ++i)

@@ -204,6 +204,8 @@ TEST_F(Host, ChannelDataThatCannotTellAreWarnedAbout) {
          "data do not show"},
         {"sparse.s2p", Flat({0.01, 10, 20}, 0.9), {},
          "WARNING: only 2 data points up to the Nyquist frequency 15.625 GHz: too few to describe the channel at this bit rate"},
+        {"single.s2p", Flat({0.01, 20, 30}, 0.9), {},
+         "WARNING: only 1 data point up to the Nyquist frequency 15.625 GHz: too few to describe the channel at this bit rate"},
         {"active.s2p", Flat(Steps(0.01, 20, 0.1), 3.57), {},
          "WARNING: |S21| reaches 3.57 at 0.01 GHz: the data describe an active network, not a passive channel"},
         {"pairs.s4p", through, {"--ports", "12-34"},
