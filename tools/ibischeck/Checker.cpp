@@ -116,7 +116,13 @@ void Checker::CheckFile(const std::string& path) {
             m_rReport.Note(path, e.nLine, std::string("the library is not exercised: ") + x.what());
             continue;
         }
-        ExecutableCheck::Run(e, parameters, getWave, m_options.nTimeoutSeconds, path, m_rReport);
+        const std::string isolation = ExecutableCheck::Run(e, parameters, getWave, m_options.limits, path, m_rReport);
+        if (!isolation.empty() && !m_bSaidHowLibrariesRun) {
+            m_bSaidHowLibrariesRun = true;
+            m_rReport.Note(path, e.nLine, "checking ran the library's own code, in a child process isolated by " +
+                                              isolation + ", with " + amihost::Sandbox(m_options.limits).LimitsText() +
+                                              "; --no-exec checks without running it");
+        }
     }
 }
 

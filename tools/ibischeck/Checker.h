@@ -7,13 +7,14 @@
 
 #include <string>
 
+#include "tools/Sandbox.h"
 #include "tools/ibischeck/Report.h"
 
 namespace ibischeck {
 
 struct CheckOptions {
     bool bRunExecutables = true;  // load and call the libraries
-    int nTimeoutSeconds = 60;     // per library
+    amihost::SandboxLimits limits;  // of each library's child process
 };
 
 class Checker {
@@ -27,6 +28,7 @@ private:
 
     CheckOptions m_options;
     Report& m_rReport;
+    bool m_bSaidHowLibrariesRun = false;
 };
 
 }  // namespace ibischeck

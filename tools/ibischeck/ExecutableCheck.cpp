@@ -9,12 +9,14 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
 
 #include "tools/AmiLibrary.h"
+#include "tools/InputFile.h"
 
 namespace ibischeck {
 
@@ -130,63 +132,28 @@ std::string ExecutableCheck::ElfProblem(const std::string& path, int bits) {
     return "";
 }
 
-void ExecutableCheck::Run(const ExecutableLine& e, const std::string& parameters, bool getWaveExists,
-                          int timeoutSeconds, const std::string& shown, Report& report) {
+std::string ExecutableCheck::Run(const ExecutableLine& e, const std::string& parameters, bool getWaveExists,
+                                 const amihost::SandboxLimits& limits, const std::string& shown, Report& report) {
     const size_t slash = e.sLibrary.rfind('/');
     const std::string name = "Executable " + e.sLibrary.substr(slash == std::string::npos ? 0 : slash + 1);
     const std::string elf = ElfProblem(e.sLibrary, e.nBits);
     if (!elf.empty()) {
         report.Error(shown, e.nLine, name + " " + elf);
-        return;
+        return "";
     }
     if (e.nBits != kHostBits) {
         report.Note(shown, e.nLine, name + " is a " + std::to_string(e.nBits) + "-bit library; this " +
                                         std::to_string(kHostBits) + "-bit checker does not load it");
-        return;
+        return "";
     }
-    int fds[2];
-    if (pipe(fds) != 0) {
+    amihost::Sandbox sandbox(limits);
+    const amihost::SandboxResult r =
+        sandbox.Run([&](int fd) { return Exercise(fd, e.sLibrary, parameters, getWaveExists); });
+    if (!r.bStarted) {
         report.Error(shown, e.nLine, name + ": cannot start the child process");
-        return;
+        return "";
     }
-    fflush(stdout);
-    fflush(stderr);
-    const pid_t pid = fork();
-    if (pid == 0) {
-        close(fds[0]);
-        // The library's own chatter would mix with the report.
-        const int null = open("/dev/null", O_WRONLY);
-        dup2(null, STDOUT_FILENO);
-        dup2(null, STDERR_FILENO);
-        _exit(Exercise(fds[1], e.sLibrary, parameters, getWaveExists));
-    }
-    close(fds[1]);
-    if (pid < 0) {
-        close(fds[0]);
-        report.Error(shown, e.nLine, name + ": cannot start the child process");
-        return;
-    }
-    std::string received;
-    const time_t deadline = time(nullptr) + timeoutSeconds;
-    bool timedOut = false;
-    for (;;) {
-        const long left = static_cast<long>(deadline - time(nullptr));
-        if (left <= 0) {
-            timedOut = true;
-            break;
-        }
-        pollfd p{fds[0], POLLIN, 0};
-        if (poll(&p, 1, static_cast<int>(left * 1000)) <= 0) continue;
-        char buf[4096];
-        const ssize_t n = read(fds[0], buf, sizeof buf);
-        if (n <= 0) break;
-        received.append(buf, static_cast<size_t>(n));
-    }
-    close(fds[0]);
-    if (timedOut) kill(pid, SIGKILL);
-    int status = 0;
-    waitpid(pid, &status, 0);
-
+    const std::string& received = r.sMessages;
     std::string stage = "start";
     bool complained = false;
     size_t pos = 0;
@@ -204,14 +171,28 @@ void ExecutableCheck::Run(const ExecutableLine& e, const std::string& parameters
             report.Error(shown, e.nLine, name + " " + text);
         }
     }
-    if (timedOut)
-        report.Error(shown, e.nLine, name + " did not finish " + stage + " within " + std::to_string(timeoutSeconds) + " s");
-    else if (WIFSIGNALED(status))
-        report.Error(shown, e.nLine, name + " crashed in " + stage + " (signal " + std::to_string(WTERMSIG(status)) + ", " +
-                                         strsignal(WTERMSIG(status)) + ")");
+    const std::string seconds = std::to_string(limits.nTimeoutSeconds) + " s";
+    if (r.bTimedOut)
+        report.Error(shown, e.nLine, name + " did not finish " + stage + " within " + seconds);
+    else if (r.bSignaled && (r.nSignal == SIGXCPU || r.nSignal == SIGXFSZ))
+        report.Error(shown, e.nLine, name + " was stopped in " + stage + ": it exceeded its " +
+                                         (r.nSignal == SIGXCPU ? "CPU time of " + seconds
+                                                               : "file size limit of " + std::to_string(limits.nFileSizeBytes >> 20) + " MiB"));
+    else if (r.bSignaled)
+        report.Error(shown, e.nLine, name + " crashed in " + stage + " (signal " + std::to_string(r.nSignal) + ", " +
+                                         strsignal(r.nSignal) + ")");
     else if (stage != "done" && !complained)
         report.Error(shown, e.nLine, name + " ended the process in " + stage + " (exit status " +
-                                         std::to_string(WEXITSTATUS(status)) + ")");
+                                         std::to_string(r.nExitStatus) + ")");
+    if (r.bLeftProcesses)
+        report.Error(shown, e.nLine, name + " left processes running when it ended; they were killed");
+    if (r.nOutputBytes > 0) {
+        const size_t shownBytes = std::min<size_t>(r.sOutput.size(), 400);
+        report.Note(shown, e.nLine, name + " wrote " + std::to_string(r.nOutputBytes) + " bytes to its output" +
+                                        (shownBytes < r.nOutputBytes ? ", beginning" : "") + ": " +
+                                        amihost::Printable(r.sOutput.substr(0, shownBytes)));
+    }
+    return sandbox.Isolation();
 }
 
 }  // namespace ibischeck

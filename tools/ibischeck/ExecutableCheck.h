@@ -8,14 +8,16 @@
 // (AMI_Init and AMI_Close always, AMI_GetWave when GetWave_Exists is True),
 // AMI_Init with the .ami defaults (must return 1), a unit step of 32768
 // samples through AMI_GetWave (must return 1 and settle), AMI_Close (must
-// return 1). The child reports each stage through a pipe; a child that dies
+// return 1). The child runs in a Sandbox (its limits given by the caller)
+// and reports each stage through a pipe; a child that dies, exceeds a limit
 // or does not finish within the time limit is reported with the stage it
-// was in.
+// was in, and what it printed is shown escaped and capped.
 #pragma once
 
 #include <string>
 #include <vector>
 
+#include "tools/Sandbox.h"
 #include "tools/ibischeck/IbsRules.h"
 #include "tools/ibischeck/Report.h"
 
@@ -27,8 +29,9 @@ public:
     static const int kStepSamples = 32768;
 
     // parameters: the AMI_parameters_in text built from the .ami defaults.
-    static void Run(const ExecutableLine& e, const std::string& parameters, bool getWaveExists, int timeoutSeconds,
-                    const std::string& shown, Report& report);
+    // Returns how the library was isolated when it was run, "" when it was not.
+    static std::string Run(const ExecutableLine& e, const std::string& parameters, bool getWaveExists,
+                           const amihost::SandboxLimits& limits, const std::string& shown, Report& report);
 
     // "" when the ELF header's class is the platform's bits and its machine
     // x86 of that width; otherwise the reason.

@@ -13,11 +13,22 @@ int main(int argc, char** argv) {
     std::vector<std::string> files;
     bool json = false, log = false, noExec = false;
     int timeout = 60;
+    int addressSpaceMiB = 2048;
     app.add_option("files", files, ".ibs, .pkg, .ebd or .ami files")->required();
     app.add_flag("--json", json, "print the findings as JSON");
     app.add_flag("--log", log, "print through the diagnostics log (\"ERROR (line   12) - ...\")");
-    app.add_flag("--no-exec", noExec, "do not load the model libraries");
-    app.add_option("--timeout", timeout, "seconds each library may take")->check(CLI::Range(1, 3600));
+    app.add_flag("--no-exec", noExec,
+                 "do not load the model libraries: without it, checking an .ibs file RUNS THE KIT'S OWN CODE");
+    app.add_option("--timeout", timeout, "seconds (wall clock and CPU) each library may take")->check(CLI::Range(1, 3600));
+    app.add_option("--address-space", addressSpaceMiB, "MiB of address space each library's process may map (0: no limit)")
+        ->check(CLI::Range(0, 1 << 24));
+    app.footer(
+        "Checking an .ibs file loads each Linux x86-64 library it names and calls AMI_Init, AMI_GetWave and AMI_Close:\n"
+        "that runs the kit's own code. It runs in a child process in its own session and, where the kernel allows,\n"
+        "its own PID and network namespaces (no network), with limits on address space, CPU time, file size and\n"
+        "processes, an empty working directory and no input; nothing it starts outlives the check. Use --no-exec\n"
+        "for a kit you do not trust at all.\n"
+        "Exit status: 0 no ERROR, 1 at least one ERROR, 2 bad command line.");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
@@ -31,7 +42,8 @@ int main(int argc, char** argv) {
     ibischeck::Report report;
     ibischeck::CheckOptions options;
     options.bRunExecutables = !noExec;
-    options.nTimeoutSeconds = timeout;
+    options.limits.nTimeoutSeconds = timeout;
+    options.limits.nAddressSpaceBytes = static_cast<uint64_t>(addressSpaceMiB) << 20;
     ibischeck::Checker checker(options, report);
     for (const std::string& f : files) checker.CheckFile(f);
     if (json) fputs(report.Json(files).c_str(), stdout);

@@ -3,7 +3,10 @@
 // ibischeck program run on the assembled kit.
 #include "tools/ibischeck/ExecutableCheck.h"
 
+#include <sys/resource.h>
 #include <sys/wait.h>
+
+#include <filesystem>
 
 #include <cmath>
 #include <fstream>
@@ -16,11 +19,24 @@ namespace {
 using ibischeck_test::Lines;
 using ibischeck_test::TempDir;
 
-std::vector<std::string> Exercise(const std::string& library, int bits = 64, int timeout = 60) {
+std::vector<std::string> Exercise(const std::string& library, int bits = 64, int timeout = 60,
+                                  amihost::SandboxLimits limits = {}) {
     ibischeck::Report report;
     const ibischeck::ExecutableLine line{7, "M", "Linux_gcc_64", bits, library, ""};
-    ibischeck::ExecutableCheck::Run(line, "(m)", true, timeout, "m.ibs", report);
+    limits.nTimeoutSeconds = timeout;
+    ibischeck::ExecutableCheck::Run(line, "(m)", true, limits, "m.ibs", report);
     return Lines(report);
+}
+
+// Processes named kv2_orphan (what the DAEMON models leave behind).
+int Orphans() {
+    int n = 0;
+    for (const auto& d : std::filesystem::directory_iterator("/proc")) {
+        std::ifstream comm(d.path() / "comm");
+        std::string name;
+        if (std::getline(comm, name) && name == "kv2_orphan") ++n;
+    }
+    return n;
 }
 
 std::string Base(const std::string& path) { return path.substr(path.rfind('/') + 1); }
@@ -59,6 +75,51 @@ TEST(ExecutableCheck, MisbehavingModelsAreReportedWithTheStageTheyFailedIn) {
     EXPECT_EQ(Exercise(MODEL_HANG_IN_GETWAVE, 64, 1),
               (std::vector<std::string>{says + hang + " says in AMI_Init: first-order low-pass",
                                         "7: ERROR: Executable " + hang + " did not finish AMI_GetWave within 1 s"}));
+}
+
+// A hostile library is contained: what it forks does not outlive the check,
+// and its memory, files and output stay within the limits.
+TEST(ExecutableCheck, HostileLibrariesStayWithinTheirLimitsAndLeaveNothingBehind) {
+    const std::string head = "7: ERROR: Executable ";
+    const std::string daemon = Base(MODEL_DAEMON), hang = Base(MODEL_DAEMON_HANG);
+    for (bool namespaces : {true, false}) {
+        amihost::SandboxLimits limits;
+        limits.bNamespaces = namespaces;
+        EXPECT_EQ(Exercise(MODEL_DAEMON, 64, 60, limits),
+                  (std::vector<std::string>{"7: NOTE: Executable " + daemon + " says in AMI_Init: first-order low-pass",
+                                            "7: NOTE: Executable " + daemon + " loads; AMI_Init, AMI_GetWave (the step "
+                                            "settles) and AMI_Close succeed",
+                                            head + daemon + " left processes running when it ended; they were killed"}));
+        EXPECT_EQ(Orphans(), 0) << namespaces;
+        EXPECT_EQ(Exercise(MODEL_DAEMON_HANG, 64, 1, limits),
+                  std::vector<std::string>{head + hang + " did not finish AMI_Init within 1 s"});
+        EXPECT_EQ(Orphans(), 0) << namespaces;
+    }
+
+    TempDir dir;
+    const std::string outside = dir.Write("outside.bin", "");
+    setenv("KV2_TEST_WRITE_PATH", outside.c_str(), 1);
+    amihost::SandboxLimits small;
+    small.nFileSizeBytes = 1 << 20;
+    const std::string writer = Base(MODEL_WRITER);
+    EXPECT_EQ(Exercise(MODEL_WRITER, 64, 60, small),
+              (std::vector<std::string>{head + writer + " was stopped in AMI_Init: it exceeded its file size limit of 1 MiB",
+                                        "7: NOTE: Executable " + writer + " wrote 21 bytes to its output: writing "
+                                        "\\x1b[31mbig.bin\\x0a"}));
+    unsetenv("KV2_TEST_WRITE_PATH");
+    EXPECT_EQ(std::filesystem::file_size(outside), 1u << 20);
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "no address-space limit under a sanitizer: the 1 GiB model is not run";
+#else
+    small.nAddressSpaceBytes = uint64_t(256) << 20;
+    const std::string hog = Base(MODEL_HOG);
+    EXPECT_EQ(Exercise(MODEL_HOG, 64, 60, small),
+              std::vector<std::string>{head + hog + " crashed in AMI_Init (signal 11, Segmentation fault)"});
+    rusage usage{};
+    getrusage(RUSAGE_CHILDREN, &usage);
+    EXPECT_LT(usage.ru_maxrss, 300 << 10) << "kB";
+#endif
 }
 
 TEST(ExecutableCheck, ElfHeaderMustMatchThePlatformAndThisMachine) {
@@ -101,6 +162,12 @@ TEST(ExecutableCheck, SettlingMeansTheLastEighthStaysWithinOnePercentOfThePeak) 
     EXPECT_FALSE(ibischeck::ExecutableCheck::Settles({}));
 }
 
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+const std::string kAddressSpace = "no address-space limit (sanitizer build)";
+#else
+const std::string kAddressSpace = "address space 2048 MiB";
+#endif
+
 // The program: output and exit status.
 std::pair<int, std::string> RunProgram(const std::string& args) {
     FILE* p = popen((std::string(IBISCHECK_PATH) + " " + args + " 2>/dev/null").c_str(), "r");
@@ -114,10 +181,15 @@ TEST(Ibischeck, KitPassesBrokenFilesFailBadCommandLinesAreRefused) {
     const std::string kit = std::string(KIT_DIR) + "/kv2_rx.ibs";
     EXPECT_EQ(RunProgram(kit), std::make_pair(0, kit + ":53: NOTE: Executable KV2_RX_x64.so loads; AMI_Init, AMI_GetWave "
                                                        "(the step settles) and AMI_Close succeed\n" +
+                                                       kit + ":53: NOTE: checking ran the library's own code, in a "
+                                                       "child process isolated by PID and network namespaces, with " +
+                                                       kAddressSpace + ", CPU time 60 s, files up to 64 MiB, 32 more "
+                                                       "processes, an empty working directory, no input; --no-exec "
+                                                       "checks without running it\n" +
                                                        kit + ":54: NOTE: Executable KV2_RX_x64.dll read without loading "
                                                        "it: PE32+ x86-64 DLL exporting the AMI entry points, importing "
                                                        "only system DLLs: KERNEL32.dll msvcrt.dll\n"
-                                                       "0 ERROR, 0 WARNING, 2 NOTE\n"));
+                                                       "0 ERROR, 0 WARNING, 3 NOTE\n"));
     TempDir dir;
     const std::string broken = dir.Write("x.ami", "(m");
     EXPECT_EQ(RunProgram(broken), std::make_pair(1, broken + ":1: ERROR: the group opened here is never closed\n"
