@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
+#include <cstring>
 #include <cmath>
 #include <cstdio>
 #include <exception>
@@ -13,6 +15,7 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <thread>
+#include <unistd.h>
 
 #include "tools/AmiFile.h"
 #include "tools/AmiLibrary.h"
@@ -319,6 +322,8 @@ void CreateOutDir(const std::string& dir) {
     std::error_code ec;
     std::filesystem::create_directories(dir, ec);
     if (ec) throw HostError(ExitCode::kOutputFailed, "cannot create output folder " + dir + ": " + ec.message());
+    if (access(dir.c_str(), W_OK | X_OK) != 0)
+        throw HostError(ExitCode::kOutputFailed, "cannot write into output folder " + dir + ": " + std::strerror(errno));
 }
 
 // Samples of the step-response runs, and where the step starts: long enough
@@ -344,6 +349,7 @@ int RunDatasheet(const HostOptions& o, const AmiLibrary& lib, ParameterString ba
         p.Set(o.sSweepParam, v);
         RunSettings settings;
         settings.sParameters = p.Text();
+        settings.sLabel = o.sSweepParam + " " + v;
         settings.dSampleInterval = dt;
         settings.dBitTime = dt * o.iSamplesPerBit;
         settings.nBlock = std::min(o.nBlock, kStepLength);
@@ -377,6 +383,8 @@ std::string Host::ChannelSummary(double bitRate) {
 }
 
 int Host::Run(HostOptions o, std::ostream& out) {
+    // Before any work: a run of minutes must not end in "cannot create".
+    CreateOutDir(o.sOutDir);
     IbsReceiver rx;
     if (!o.sIbsFile.empty()) {
         rx = IbsFile::Find(o.sIbsFile, o.sComponent, o.sModelName);
@@ -481,6 +489,7 @@ int Host::Run(HostOptions o, std::ostream& out) {
                 }
                 RunSettings mine = settings;
                 mine.sParameters = outcomes[i].sParameters;
+                mine.sLabel = outcomes[i].sLabel;
                 Outcome& oc = outcomes[i];
                 oc.run = ModelRun::Run(lib, mine, stim.vWave, &progress.Counter());
                 if (oc.run.iInitResult == 0 || oc.run.iGetWaveResult == 0) continue;

@@ -15,6 +15,8 @@ const char* ExitCodeName(ExitCode code) {
         case ExitCode::kGetWaveFailed: return "AMI_GetWave failed";
         case ExitCode::kOutputFailed: return "cannot write output";
         case ExitCode::kNonFiniteOutput: return "non-finite output";
+        case ExitCode::kModelCrashed: return "model crashed";
+        case ExitCode::kModelHung: return "model hung";
     }
     return "error";
 }

@@ -19,6 +19,8 @@ enum class ExitCode : int {
     kGetWaveFailed = 8,     // AMI_GetWave returned 0
     kOutputFailed = 9,      // an output file cannot be written
     kNonFiniteOutput = 10,  // the model returned NaN or infinite samples
+    kModelCrashed = 11,     // the model crashed or ended the process
+    kModelHung = 12,        // a call into the model did not return within --call-timeout
 };
 
 // Name of the failure kind, as printed in front of the message.

@@ -1,6 +1,8 @@
 // ModelRun: the AMI_Init / AMI_GetWave / AMI_Close sequence of one instance.
 #include "tools/ModelRun.h"
 
+#include "tools/ModelWatch.h"
+
 #include <algorithm>
 #include <chrono>
 #include <cstring>
@@ -22,8 +24,11 @@ RunResult ModelRun::Run(const AmiLibrary& lib, const RunSettings& settings, cons
     char* msg = nullptr;
     void* memory = nullptr;
 
-    r.iInitResult = lib.Init(impulse.data(), static_cast<long>(impulse.size()), 0, settings.dSampleInterval,
+    {
+        ModelWatch::Call call(ModelWatch::kInit, settings.sLabel);
+        r.iInitResult = lib.Init(impulse.data(), static_cast<long>(impulse.size()), 0, settings.dSampleInterval,
                              settings.dBitTime, params.data(), &paramsOut, &memory, &msg);
+    }
     // Both texts stay the model's until AMI_Close: copy them now.
     if (msg != nullptr) {
         r.bHasMessage = true;
@@ -45,6 +50,7 @@ RunResult ModelRun::Run(const AmiLibrary& lib, const RunSettings& settings, cons
             const size_t n = std::min(block, r.vOutput.size() - at);
             std::fill(clockTimes.begin(), clockTimes.end(), -1.0);
             char* waveParamsOut = nullptr;
+            ModelWatch::Call call(ModelWatch::kGetWave, settings.sLabel);
             const long ok = lib.GetWave(r.vOutput.data() + at, static_cast<long>(n), clockTimes.data(),
                                         &waveParamsOut, memory);
             ++r.nGetWaveCalls;
@@ -57,7 +63,12 @@ RunResult ModelRun::Run(const AmiLibrary& lib, const RunSettings& settings, cons
         }
     }
     // A null handle means the model made no instance: nothing to close.
-    r.iCloseResult = memory != nullptr ? lib.Close(memory) : -1;
+    if (memory != nullptr) {
+        ModelWatch::Call call(ModelWatch::kClose, settings.sLabel);
+        r.iCloseResult = lib.Close(memory);
+    } else {
+        r.iCloseResult = -1;
+    }
     r.dSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     return r;
 }

@@ -18,6 +18,7 @@ struct RunSettings {
     double dBitTime = 0.0;          // seconds
     size_t nBlock = 4096;           // samples per AMI_GetWave call
     std::vector<double> vImpulse;   // impulse response handed to AMI_Init (one column, no aggressors)
+    std::string sLabel;             // names the run in what a watchdog reports ("EQ 5")
 };
 
 struct RunResult {

@@ -3,10 +3,15 @@
 // AMI_Init / AMI_GetWave / AMI_Close as a simulator would, and reports the
 // eye the model produces (metrics, eye diagram, waveform, JSON summary).
 #include <CLI/CLI.hpp>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <iostream>
 #include <string>
 
@@ -14,6 +19,7 @@
 #include "tools/Host.h"
 #include "tools/HostError.h"
 #include "tools/InputFile.h"
+#include "tools/ModelWatch.h"
 
 namespace {
 
@@ -31,6 +37,85 @@ CLI::Validator Count(long long lo, long long hi) {
             return std::string();
         },
         std::to_string(lo) + ".." + std::to_string(hi));
+}
+
+int RunHere(const amihost::HostOptions& o) {
+    using amihost::ExitCode;
+    try {
+        const int code = amihost::Host::Run(o, std::cout);
+        if (code != 0) {
+            std::cout.flush();
+            std::fprintf(stderr, "amihost: %s (the report above and %s/summary.json say what the model returned)\n",
+                         amihost::ExitCodeName(static_cast<ExitCode>(code)), o.sOutDir.c_str());
+        }
+        return code;
+    } catch (const amihost::HostError& e) {
+        std::cout.flush();
+        std::fprintf(stderr, "amihost: %s: %s\n", amihost::ExitCodeName(e.Code()), amihost::Printable(e.what()).c_str());
+        return static_cast<int>(e.Code());
+    } catch (const std::exception& e) {
+        std::cout.flush();
+        std::fprintf(stderr, "amihost: error: %s\n", e.what());
+        return 1;
+    }
+}
+
+// The run happens in a worker process, so that a model that crashes, ends
+// the process or never returns is reported with the call it was in, by this
+// process, which stays out of the model's reach.
+int RunInWorker(const amihost::HostOptions& o, int callTimeoutSeconds) {
+    using amihost::ExitCode;
+    using amihost::ModelWatch;
+    amihost::ModelWatchShared* watch = ModelWatch::Create();
+    if (watch == nullptr) return RunHere(o);
+    std::cout.flush();
+    std::fflush(nullptr);
+    const pid_t parent = getpid();
+    const pid_t worker = fork();
+    if (worker < 0) return RunHere(o);
+    if (worker == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (getppid() != parent) _exit(1);
+        ModelWatch::Install(watch);
+        const int code = RunHere(o);
+        std::cout.flush();
+        std::fflush(nullptr);
+        watch->nFinished.store(1);
+        // Not exit(): the model's exit handlers are not the run's outcome.
+        _exit(code);
+    }
+    auto fail = [&](ExitCode code, const std::string& what) {
+        std::cout.flush();
+        std::fprintf(stderr, "amihost: %s: %s\n", amihost::ExitCodeName(code), what.c_str());
+        return static_cast<int>(code);
+    };
+    int status = 0;
+    for (;;) {
+        const pid_t w = waitpid(worker, &status, WNOHANG);
+        if (w == worker) break;
+        if (w < 0 && errno != EINTR) return fail(ExitCode::kModelCrashed, "lost the worker process");
+        int64_t since = 0;
+        const std::string where = ModelWatch::Oldest(*watch, &since);
+        if (!where.empty() && ModelWatch::NowNs() - since > int64_t(callTimeoutSeconds) * 1000000000) {
+            kill(worker, SIGKILL);
+            waitpid(worker, nullptr, 0);
+            return fail(ExitCode::kModelHung, "the model did not return from " + where + " within " +
+                                                  std::to_string(callTimeoutSeconds) + " s (--call-timeout)");
+        }
+        usleep(20000);
+    }
+    const std::string where = ModelWatch::Oldest(*watch, nullptr);
+    const std::string in = where.empty() ? "outside the model's calls" : "in " + where;
+    if (WIFEXITED(status)) {
+        if (watch->nFinished.load() != 0) return WEXITSTATUS(status);
+        return fail(ExitCode::kModelCrashed, "the process was ended " + in + " (exit status " +
+                                                 std::to_string(WEXITSTATUS(status)) + ")");
+    }
+    const int sig = WTERMSIG(status);
+    if (sig == SIGINT || sig == SIGTERM || sig == SIGHUP) return 128 + sig;  // the user stopped the run
+    return fail(ExitCode::kModelCrashed, (where.empty() ? std::string("amihost crashed outside the model's calls")
+                                                        : "the model crashed in " + where) +
+                                             " (signal " + std::to_string(sig) + ", " + strsignal(sig) + ")");
 }
 
 }  // namespace
@@ -97,6 +182,9 @@ int main(int argc, char** argv) {
     app.add_option("-o,--out", o.sOutDir, "folder for the results")->capture_default_str();
     bool noProgress = false;
     app.add_flag("--no-progress", noProgress, "never draw the progress bar");
+    int callTimeout = 60;
+    app.add_option("--call-timeout", callTimeout, "seconds one call into the model may take")
+        ->check(CLI::Range(1, 86400))->capture_default_str();
 
     const amihost::Channel channel(amihost::Channel::DefaultCorners(), 1e-12);
     char loss[200];
@@ -123,7 +211,9 @@ int main(int argc, char** argv) {
         "in summary.json; --datasheet writes the table, datasheet.png and summary.json only.\n"
         "\nExit codes: 0 success, 2 bad command line, 3 missing library, 4 missing symbols, 5 bad file,\n"
         "6 bad parameter, 7 AMI_Init failed, 8 AMI_GetWave failed, 9 cannot write output,\n"
-        "10 the model's output holds NaN or infinite samples.\n"
+        "10 the model's output holds NaN or infinite samples, 11 the model crashed or ended the process,\n"
+        "12 a call into the model did not return within --call-timeout. The model runs in a worker process;\n"
+        "codes 11 and 12 name the call it was in.\n"
         "\nExample: amihost --lib build/KV2_RX_x64.so --ami kit/KV2_RX.ami --prbs 15 --bit-rate 15.625e9 \\\n"
         "           --samples-per-bit 64 --sweep-eq --stat-eye");
 
@@ -143,21 +233,5 @@ int main(int argc, char** argv) {
     o.bChannel = !noChannel;
     o.bProgress = !noProgress;
 
-    try {
-        const int code = amihost::Host::Run(o, std::cout);
-        if (code != 0) {
-            std::cout.flush();
-            std::fprintf(stderr, "amihost: %s (the report above and %s/summary.json say what the model returned)\n",
-                         amihost::ExitCodeName(static_cast<ExitCode>(code)), o.sOutDir.c_str());
-        }
-        return code;
-    } catch (const amihost::HostError& e) {
-        std::cout.flush();
-        std::fprintf(stderr, "amihost: %s: %s\n", amihost::ExitCodeName(e.Code()), amihost::Printable(e.what()).c_str());
-        return static_cast<int>(e.Code());
-    } catch (const std::exception& e) {
-        std::cout.flush();
-        std::fprintf(stderr, "amihost: error: %s\n", e.what());
-        return 1;
-    }
+    return RunInWorker(o, callTimeout);
 }

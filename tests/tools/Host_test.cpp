@@ -31,7 +31,7 @@ protected:
         s_dir = tmpl;
         Spit(s_dir + "/stub.ami",
              "(Stub (Reserved_Parameters (AMI_Version (Usage Info) (Type String) (Value \"7.0\")))\n"
-             " (Model_Specific (Mode (Usage In) (Type Integer) (Range 0 0 2) (Default 0))))\n");
+             " (Model_Specific (Mode (Usage In) (Type Integer) (Range 0 0 5) (Default 0))))\n");
         Spit(s_dir + "/broken.ami", "(KV2_RX (Reserved_Parameters (AMI_Version (Usage Info))\n");
         Spit(s_dir + "/wave.txt", "0.1\n0.2\nabc\n");
     }
@@ -94,6 +94,14 @@ TEST_F(Host, EveryOutcomeHasItsExitCodeAndMessage) {
         {Stub("Mode=1"), 7, failed("AMI_Init"), "AMI_Init returned 0, message: \"stub init failed\"\nAMI_Close returned 1\n",
          "init\nclose\n"},
         {Stub("Mode=2"), 8, failed("AMI_GetWave"), "", "init\ngetwave\nclose\n"},
+        // The model runs in a worker process: a crash, an exit or a hang is named by the call it was in.
+        {Stub("Mode=3"), 11, "amihost: model crashed: the model crashed in AMI_GetWave of Stub (signal 6, Aborted)\n", "",
+         "init\ngetwave\n"},
+        {Stub("Mode=4"), 11, "amihost: model crashed: the process was ended in AMI_Init of Stub (exit status 3)\n", "",
+         "init\n"},
+        {[&] { auto a = Stub("Mode=5"); a.insert(a.end(), {"--call-timeout", "1"}); return a; }(), 12,
+         "amihost: model hung: the model did not return from AMI_GetWave of Stub within 1 s (--call-timeout)\n", "",
+         "init\ngetwave\n"},
         {Kit({"--set", "EQ=9", "-o", "single"}), 0, "",
          "parameters : (KV2_RX (SampleRate 1e12) (EQ 9) (SamplesPerBit 32) (Corner \"Typ\"))\n"
          "AMI_Init returned 1, message: (none)\n"},

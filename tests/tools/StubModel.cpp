@@ -1,7 +1,11 @@
 // A stand-in AMI model for the host's tests: it passes the waveform through
-// unchanged, fails where its parameter string asks it to, and appends each
+// unchanged, fails where its parameter string asks it to (Mode 1: AMI_Init
+// returns 0, 2: AMI_GetWave returns 0, 3: AMI_GetWave aborts, 4: AMI_Init ends
+// the process, 5: AMI_GetWave never returns), and appends each
 // entry point it sees to the file named by AMIHOST_STUB_LOG. Built once
 // complete and once without AMI_GetWave.
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -15,7 +19,7 @@ void Log(const char* what) {
     if (FILE* f = path ? std::fopen(path, "a") : nullptr) std::fprintf(f, "%s\n", what), std::fclose(f);
 }
 
-struct Instance { bool bFailGetWave; };
+struct Instance { int nMode; };
 
 }  // namespace
 
@@ -24,7 +28,9 @@ extern "C" {
 __attribute__((visibility("default"))) long AMI_Init(double*, long, long, double, double, char* parameters, char**,
                                                      void** handle, char** msg) {
     Log("init");
-    *handle = new Instance{std::strstr(parameters, "(Mode 2)") != nullptr};
+    const char* mode = std::strstr(parameters, "(Mode ");
+    *handle = new Instance{mode != nullptr ? std::atoi(mode + 6) : 0};
+    if (std::strstr(parameters, "(Mode 4)") != nullptr) std::exit(3);
     if (std::strstr(parameters, "(Mode 1)") != nullptr) {
         *msg = kInitMessage;
         return 0;
@@ -36,7 +42,10 @@ __attribute__((visibility("default"))) long AMI_Init(double*, long, long, double
 __attribute__((visibility("default"))) long AMI_GetWave(double*, long, double* clock_times, char**, void* handle) {
     Log("getwave");
     clock_times[0] = -1.0;
-    return static_cast<Instance*>(handle)->bFailGetWave ? 0 : 1;
+    const int mode = static_cast<Instance*>(handle)->nMode;
+    if (mode == 3) std::abort();
+    while (mode == 5) pause();
+    return mode == 2 ? 0 : 1;
 }
 #endif
 
