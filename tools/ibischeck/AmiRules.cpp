@@ -91,24 +91,31 @@ bool Numeric(const std::string& type) { return type != "String" && type != "Bool
 }  // namespace
 
 int AmiRules::LineOf(const std::string& name) const {
+    const auto found = m_mFirstLine.find(name);
+    return found == m_mFirstLine.end() ? 1 : found->second;
+}
+
+void AmiRules::IndexNames() {
+    // The first line of every "(name", in one pass: looking each name up in
+    // the whole text would make the rules quadratic in the file's size.
+    m_mFirstLine.clear();
     int line = 1;
-    for (size_t i = 0; i < m_sText.size(); ++i) {
-        if (m_sText[i] == '\n') ++line;
-        if (m_sText[i] != '(') continue;
+    const std::string& t = m_sText;
+    for (size_t i = 0; i < t.size(); ++i) {
+        if (t[i] == '\n') ++line;
+        if (t[i] != '(') continue;
         size_t j = i + 1;
-        while (j < m_sText.size() && (m_sText[j] == ' ' || m_sText[j] == '\t')) ++j;
-        if (m_sText.compare(j, name.size(), name) == 0) {
-            const size_t k = j + name.size();
-            if (k >= m_sText.size() || m_sText[k] == ' ' || m_sText[k] == '\t' || m_sText[k] == '\r' ||
-                m_sText[k] == '\n' || m_sText[k] == '(' || m_sText[k] == ')')
-                return line;
-        }
+        while (j < t.size() && (t[j] == ' ' || t[j] == '\t')) ++j;
+        size_t k = j;
+        while (k < t.size() && t[k] != ' ' && t[k] != '\t' && t[k] != '\r' && t[k] != '\n' && t[k] != '(' && t[k] != ')')
+            ++k;
+        if (k > j) m_mFirstLine.emplace(t.substr(j, k - j), line);
     }
-    return 1;
 }
 
 bool AmiRules::Check(const std::string& text) {
     m_sText = text;
+    IndexNames();
     // Balance and the single root, with line numbers, before the parser
     // (which knows no lines) sees the text.
     int depth = 0, line = 1, roots = 0, openLine = 0, quoteLine = 0;

@@ -10,6 +10,7 @@
 #pragma once
 
 #include <string>
+#include <unordered_map>
 
 #include "tools/ibischeck/Report.h"
 
@@ -26,12 +27,14 @@ private:
     void CheckParameter(const void* branch, const std::string& path, bool reserved);
     void CheckSection(const void* branch, const std::string& path, bool reserved);
     int LineOf(const std::string& name) const;
+    void IndexNames();
     void Error(int line, const std::string& m) { m_rReport.Error(m_sShown, line, m); }
     void Warning(int line, const std::string& m) { m_rReport.Warning(m_sShown, line, m); }
 
     std::string m_sShown;
     Report& m_rReport;
     std::string m_sText;
+    std::unordered_map<std::string, int> m_mFirstLine;  // name -> line of its first "(name"
 };
 
 }  // namespace ibischeck

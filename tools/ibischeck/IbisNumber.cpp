@@ -2,6 +2,7 @@
 #include "tools/ibischeck/IbisNumber.h"
 
 #include <cctype>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 
@@ -41,7 +42,15 @@ std::optional<double> IbisNumber::Parse(const std::string& token) {
     if (*end != '\0' && Scale(*end) != 0) value *= Scale(*end++);
     for (; *end != '\0'; ++end)
         if (!isalpha(static_cast<unsigned char>(*end))) return std::nullopt;
+    // 1e999 would read as infinity: no quantity of a model is.
+    if (!std::isfinite(value)) return std::nullopt;
     return value;
+}
+
+bool IbisNumber::Overflows(const std::string& token) {
+    const char* s = token.c_str();
+    const char* digits = (*s == '+' || *s == '-') ? s + 1 : s;
+    return isdigit(static_cast<unsigned char>(*digits)) && std::isinf(strtod(s, nullptr));
 }
 
 bool IbisNumber::IsNA(const std::string& token) { return token == "NA"; }
@@ -56,7 +65,7 @@ std::string ParseTmm(const std::vector<std::string>& tokens, size_t first, Tmm& 
             continue;
         }
         std::optional<double> v = IbisNumber::Parse(t);
-        if (!v) return std::string(kColumn[i]) + " value " + t + " is not a number";
+        if (!v) return std::string(kColumn[i]) + " value " + t + (IbisNumber::Overflows(t) ? " is out of range" : " is not a number");
         if (i == 0) out.dTyp = *v;
         else if (i == 1) out.dMin = v;
         else out.dMax = v;

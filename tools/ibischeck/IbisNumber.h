@@ -16,6 +16,8 @@ public:
     // The value of token, or nothing when it is not a number.
     static std::optional<double> Parse(const std::string& token);
     static bool IsNA(const std::string& token);
+    // True for a decimal number too large for a double ("1e999").
+    static bool Overflows(const std::string& token);
 };
 
 // A typ/min/max triple; min and max may be NA (absent).

@@ -160,6 +160,7 @@ void IbsRules::Check(const std::vector<IbisSection>& sections) {
                                         " is defined twice (first on line " + std::to_string(names[Lower(name)]) + ")");
         else
             names[Lower(name)] = b.pOpener->nLine;
+        if (k == "model selector") m_sSelectors.insert(Lower(name));
     }
 
     int components = 0, packages = 0, boards = 0;
@@ -299,9 +300,17 @@ void IbsRules::CheckDiffPins(const IbisSection& s, const std::map<std::string, i
 }
 
 void IbsRules::CheckModelSelector(const Block& b) {
-    for (const IbisLine& l : b.pOpener->vBody)
-        if (m_mModels.count(Lower(l.vTokens[0])) == 0)
+    const std::string self = Lower(b.pOpener->sArgs);
+    for (const IbisLine& l : b.pOpener->vBody) {
+        const std::string entry = Lower(l.vTokens[0]);
+        if (entry == self)
+            Error(l.nLine, "[Model Selector] " + b.pOpener->sArgs + " lists itself");
+        else if (m_sSelectors.count(entry) != 0)
+            Error(l.nLine, "[Model Selector] " + b.pOpener->sArgs + " lists [Model Selector] " + l.vTokens[0] +
+                               ": its entries must be [Model]s");
+        else if (m_mModels.count(entry) == 0)
             Error(l.nLine, "[Model Selector] names model " + l.vTokens[0] + ", which is not defined");
+    }
 }
 
 double IbsRules::CheckVoltageRange(const Block& b) {
@@ -353,6 +362,19 @@ void IbsRules::CheckModel(const Block& b) {
         if (!why.empty()) Error(l.nLine, "C_comp " + why);
         else if ((v.dMin && *v.dMin > v.dTyp) || (v.dMax && *v.dMax < v.dTyp))
             Error(l.nLine, "C_comp must satisfy min <= typ <= max");
+    }
+    // The terminations a receiver's load is built from: positive resistances
+    // and capacitance, as any simulator (and amihost) requires.
+    for (const IbisSection* t : b.vMembers) {
+        const std::string& k = t->sKeyword;
+        if (k != "rgnd" && k != "rpower" && k != "rac" && k != "cac") continue;
+        Tmm v;
+        const std::string why = ParseTmm(t->vArgs, 0, v);
+        if (!why.empty()) Error(t->nLine, "[" + t->sWritten + "] " + why);
+        else if (!(v.dTyp > 0) || (v.dMin && !(*v.dMin > 0)) || (v.dMax && !(*v.dMax > 0)))
+            Error(t->nLine, "[" + t->sWritten + "] values must be positive");
+        else if ((v.dMin && *v.dMin > v.dTyp) || (v.dMax && *v.dMax < v.dTyp))
+            Error(t->nLine, "[" + t->sWritten + "] must satisfy min <= typ <= max");
     }
     if (kInputTypes.count(type) != 0) {
         const IbisSection* limits = b.Find(IbisLexer::Canonical("Model_Spec"));

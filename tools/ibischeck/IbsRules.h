@@ -10,6 +10,7 @@
 #pragma once
 
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -73,6 +74,7 @@ private:
     Report& m_rReport;
     std::map<std::string, int> m_mModels;     // [Model] and [Model Selector] names, lower case
     std::map<std::string, int> m_mSubmodels;  // [Submodel] names, lower case
+    std::set<std::string> m_sSelectors;       // [Model Selector] names, lower case
     std::vector<ExecutableLine> m_vExecutables;
 };
 

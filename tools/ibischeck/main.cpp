@@ -44,10 +44,12 @@ int main(int argc, char** argv) {
     options.bRunExecutables = !noExec;
     options.limits.nTimeoutSeconds = timeout;
     options.limits.nAddressSpaceBytes = static_cast<uint64_t>(addressSpaceMiB) << 20;
+    // Text and JSON are written as the findings come; the log's printer
+    // numbers them per file, so it gets them at the end.
+    if (!log) report.Stream(stdout, json ? ibischeck::Report::Format::kJson : ibischeck::Report::Format::kText);
     ibischeck::Checker checker(options, report);
     for (const std::string& f : files) checker.CheckFile(f);
-    if (json) fputs(report.Json(files).c_str(), stdout);
-    else if (log) report.PrintToLog();
-    else fputs(report.Text().c_str(), stdout);
+    if (log) report.PrintToLog();
+    else report.Finish(files);
     return report.Count(ibischeck::Severity::kError) == 0 ? 0 : 1;
 }
