@@ -111,6 +111,8 @@ Waveform WaveformFile::Read(const std::string& path) {
         w.dTimeStep = (times.back() - times.front()) / static_cast<double>(times.size() - 1);
         if (!(w.dTimeStep > 0.0))
             throw HostError(ExitCode::kBadFile, "waveform file " + path + ": the times do not increase");
+        if (!std::isfinite(w.dTimeStep))
+            throw HostError(ExitCode::kBadFile, "waveform file " + path + ": the times span more than a number can hold");
         for (size_t i = 1; i < times.size(); ++i) {
             const double step = times[i] - times[i - 1];
             if (std::fabs(step - w.dTimeStep) > 1e-3 * w.dTimeStep)

@@ -39,6 +39,8 @@ TEST(HostHostile, BadInputEndsInItsOwnCodeAndMessage) {
         {"w1", "nan\n0.1\n", "", 5, "amihost: bad file: w1:1: not a finite number in \"nan\""},
         {"w2", "t,v\n0,0.1\n1e-12,0.2\n2.5e-12,0.3\n3e-12,0.1\n", "", 5,
          "amihost: bad file: waveform file w2: sample 3 at 2.5e-12 s breaks the even time step of 1e-12 s"},
+        {"w4", "-1e308,0.1\n1e308,0.2\n", "", 5,
+         "amihost: bad file: waveform file w4: the times span more than a number can hold"},
         {"w3", "0.1\n\x01\x1b[31m\xff 01234567890123456789012345678901234567890123456789012345\n", "", 5,
          "amihost: bad file: w3:2: not a number in \"\\x01\\x1B[31m\\xFF 0123456789012345678901234567890123456789012345678901...\""},
     };
