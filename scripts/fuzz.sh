@@ -15,8 +15,9 @@ jobs=$(nproc)
 
 CC=clang CXX=clang++ cmake -S . -B "$build" -DKV2_BUILD_FUZZ=ON \
   -DKV2_SANITIZE=fuzzer-no-link,address,undefined \
-  -DKV2_BUILD_TESTS=OFF -DKV2_BUILD_TOOLS=OFF -DKV2_BUILD_BENCH=OFF
-cmake --build "$build" -j"$jobs" --target param_parser_fuzzer ami_lifecycle_fuzzer
+  -DKV2_BUILD_TESTS=OFF -DKV2_BUILD_TOOLS=ON -DKV2_BUILD_BENCH=OFF -DKV2_BUILD_WINDOWS=OFF
+cmake --build "$build" -j"$jobs" --target param_parser_fuzzer ami_lifecycle_fuzzer \
+  ibis_text_fuzzer touchstone_fuzzer ami_sweep_fuzzer waveform_fuzzer
 
 # The parameter tree that AMI_Init keeps on purpose is the one allowed leak.
 export LSAN_OPTIONS="suppressions=$PWD/tests/lsan.supp:print_suppressions=0"
@@ -48,4 +49,9 @@ run() {
 status=0
 run param_parser_fuzzer fuzz/corpus/params fuzz/regressions/params || status=1
 run ami_lifecycle_fuzzer fuzz/corpus/lifecycle fuzz/corpus/params fuzz/regressions/lifecycle || status=1
+# The tools' readers; each seeds from its own files and the model's .ami ones.
+run ibis_text_fuzzer fuzz/corpus/ibis || status=1
+run touchstone_fuzzer fuzz/corpus/touchstone || status=1
+run ami_sweep_fuzzer fuzz/corpus/ami fuzz/corpus/params || status=1
+run waveform_fuzzer fuzz/corpus/waveform || status=1
 exit $status

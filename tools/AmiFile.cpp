@@ -7,6 +7,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "amiparams/IbisParser/cmn.h"
 #include "amiparams/ParsedTree.h"
 #include "tools/HostError.h"
 
@@ -150,6 +151,14 @@ AmiFile AmiFile::Parse(const std::string& text, const std::string& origin) {
     if (NestingDepth(clean) > kMaxNesting)
         throw HostError(ExitCode::kBadFile, origin + " is not a valid .ami file: groups are nested deeper than " +
                                                 std::to_string(kMaxNesting) + " levels");
+    // Whitespace is kept inside quotes; the parser ends the process on a run
+    // longer than a line (the model's own guard), so say so instead.
+    size_t run = 0, longest = 0;
+    for (char c : clean) longest = std::max(longest, run = CMN_IsWhitespace(c) ? run + 1 : 0);
+    if (longest > kMaxBlankRun)
+        throw HostError(ExitCode::kBadFile, origin + " is not a valid .ami file: a quoted text holds " +
+                                                std::to_string(longest) + " blanks in a row, more than the " +
+                                                std::to_string(kMaxBlankRun) + " the parser reads");
     PTREE tree = nullptr;
     const int code = GetParsedTree(clean.c_str(), &tree);
     if (code != 0) throw HostError(ExitCode::kBadFile, origin + " is not a valid .ami file: " + ParseFailure(code));

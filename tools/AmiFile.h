@@ -32,6 +32,8 @@ struct AmiParameter {
 class AmiFile {
 public:
     static constexpr size_t kMaxNesting = 64;
+    // Longest run of whitespace the parameter parser accepts (one line).
+    static constexpr size_t kMaxBlankRun = 120;
 
     // Reads and parses the file. Throws HostError(kBadFile) naming the file
     // and the reason.

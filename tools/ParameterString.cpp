@@ -2,11 +2,13 @@
 // overrides.
 #include "tools/ParameterString.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cmath>
 #include <cstdlib>
 
+#include "amiparams/IbisParser/cmn.h"
 #include "tools/HostError.h"
 
 namespace amihost {
@@ -121,6 +123,12 @@ void ParameterString::Set(const std::string& name, const std::string& value) {
     Entry& e = Lookup(name);
     // Blanks around a value are the shell's, not the value's.
     const size_t first = value.find_first_not_of(" \t"), last = value.find_last_not_of(" \t");
+    size_t run = 0, longest = 0;
+    for (char c : value) longest = std::max(longest, run = CMN_IsWhitespace(c) ? run + 1 : 0);
+    if (first != std::string::npos && longest > AmiFile::kMaxBlankRun)
+        throw HostError(ExitCode::kBadParameter, "parameter " + name + " cannot hold " + std::to_string(longest) +
+                                                     " blanks in a row: the model's parser reads at most " +
+                                                     std::to_string(AmiFile::kMaxBlankRun));
     e.sValue = Checked(e.param, first == std::string::npos ? std::string() : value.substr(first, last - first + 1));
 }
 

@@ -69,6 +69,10 @@ std::string Seconds(double t) {
 Waveform WaveformFile::Read(const std::string& path) {
     std::string text, problem;
     if (!ReadInputFile(path, text, problem)) throw HostError(ExitCode::kBadFile, "waveform file " + path + " " + problem);
+    return Parse(text, path);
+}
+
+Waveform WaveformFile::Parse(const std::string& text, const std::string& path) {
     std::istringstream in(text);
     Waveform w;
     std::vector<double> times;

@@ -21,6 +21,8 @@ public:
     // unreadable, empty, a cell that is no number, a changing column count,
     // or times that are not evenly spaced and increasing.
     static Waveform Read(const std::string& path);
+    // The same on text already read; path names it in messages.
+    static Waveform Parse(const std::string& text, const std::string& path);
 
     // time_s,input_V,output_V, one row per sample, times n * sampleInterval.
     // Throws HostError(kOutputFailed).

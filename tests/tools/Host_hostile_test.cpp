@@ -25,6 +25,7 @@ TEST(HostHostile, BadInputEndsInItsOwnCodeAndMessage) {
     // A sample rate of 1e300 makes every filter tap NaN while AMI_Init succeeds.
     const std::string nan = kHeader + "(Model_Specific (SampleRate (Usage In) (Type Float) (Range 1e300 1 1e301))"
                             " (SamplesPerBit (Usage In) (Type Integer) (Value 32))))";
+    const std::string wide = "--set 'Corner=\"Typ" + std::string(200, ' ') + "x\"'";
     const struct { const char* file; std::string text; const char* args; int code; std::string err; } cases[] = {
         {"", "", "--bits -1", 2, "--bits: must be a whole number from 1 to 1000000000, not -1"},
         {"", "", "--bits 1e6", 2, "--bits: must be a whole number from 1 to 1000000000, not 1e6"},
@@ -36,6 +37,12 @@ TEST(HostHostile, BadInputEndsInItsOwnCodeAndMessage) {
         {"n.ami", nan, "--bits 300 --samples-per-bit 32 --set SampleRate=1e300 -o n", 10,
          "amihost: non-finite output (the report above and n/summary.json say what the model returned)"},
         {"d.ami", deep, "", 5, "amihost: bad file: d.ami is not a valid .ami file: groups are nested deeper than 64 levels"},
+        // The parser ends the process on a whitespace run longer than a line; quotes keep one.
+        {"q.ami", kHeader + "(Model_Specific (Corner (Usage In) (Type String) (Value \"a" + std::string(127, '\f') + "b\"))))",
+         "", 5, "amihost: bad file: q.ami is not a valid .ami file: a quoted text holds 127 blanks in a row, more than "
+         "the 120 the parser reads"},
+        {"", "", wide.c_str(), 6,
+         "amihost: bad parameter: parameter Corner cannot hold 200 blanks in a row: the model's parser reads at most 120"},
         {"w1", "nan\n0.1\n", "", 5, "amihost: bad file: w1:1: not a finite number in \"nan\""},
         {"w2", "t,v\n0,0.1\n1e-12,0.2\n2.5e-12,0.3\n3e-12,0.1\n", "", 5,
          "amihost: bad file: waveform file w2: sample 3 at 2.5e-12 s breaks the even time step of 1e-12 s"},
