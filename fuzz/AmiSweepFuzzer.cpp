@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "tools/AmiFile.h"
-#include "tools/HostError.h"
-#include "tools/ParameterString.h"
+#include "tools/ibis/AmiFile.h"
+#include "tools/base/HostError.h"
+#include "tools/ibis/ParameterString.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string text(reinterpret_cast<const char*>(data), size);

@@ -8,9 +8,9 @@
 
 #include "amiparams/IbisParser/cmn.h"
 #include "tools/ibischeck/AmiRules.h"
-#include "tools/ibischeck/IbisLexer.h"
+#include "tools/ibis/IbisLexer.h"
 #include "tools/ibischeck/IbsRules.h"
-#include "tools/ibischeck/Report.h"
+#include "tools/ibis/Report.h"
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     gbAllowAnyLineLength = 1;
@@ -19,10 +19,10 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string text(reinterpret_cast<const char*>(data), size);
-    ibischeck::Report report;
+    ibis::Report report;
     // No folder of that name: Executable files are never found, never run.
     ibischeck::IbsRules rules("/nonexistent/f.ibs", "f.ibs", report);
-    rules.Check(ibischeck::IbisLexer::Read(text, "f.ibs", report));
+    rules.Check(ibis::IbisLexer::Read(text, "f.ibs", report));
     ibischeck::AmiRules("f.ami", report).Check(text);
     (void)report.Text();
     return 0;

@@ -9,8 +9,8 @@
 #include <fstream>
 #include <string>
 
-#include "tools/HostError.h"
-#include "tools/TouchstoneChannel.h"
+#include "tools/base/HostError.h"
+#include "tools/signal/TouchstoneChannel.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size == 0) return 0;

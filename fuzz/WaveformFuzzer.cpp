@@ -8,8 +8,8 @@
 #include <cstdlib>
 #include <string>
 
-#include "tools/HostError.h"
-#include "tools/WaveformFile.h"
+#include "tools/base/HostError.h"
+#include "tools/host/WaveformFile.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string text(reinterpret_cast<const char*>(data), size);

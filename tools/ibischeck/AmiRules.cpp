@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "amiparams/ParsedTree.h"
-#include "tools/AmiFile.h"
+#include "tools/ibis/AmiFile.h"
 
 namespace ibischeck {
 

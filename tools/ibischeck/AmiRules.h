@@ -12,9 +12,11 @@
 #include <string>
 #include <unordered_map>
 
-#include "tools/ibischeck/Report.h"
+#include "tools/ibis/Report.h"
 
 namespace ibischeck {
+
+using ibis::Report;
 
 class AmiRules {
 public:

@@ -5,13 +5,13 @@
 #include <map>
 #include <sstream>
 
-#include "tools/AmiFile.h"
-#include "tools/ParameterString.h"
+#include "tools/ibis/AmiFile.h"
+#include "tools/ibis/ParameterString.h"
 #include "tools/ibischeck/AmiRules.h"
 #include "tools/ibischeck/ExecutableCheck.h"
 #include "tools/ibischeck/PeImage.h"
-#include "tools/InputFile.h"
-#include "tools/ibischeck/IbisLexer.h"
+#include "tools/base/InputFile.h"
+#include "tools/ibis/IbisLexer.h"
 #include "tools/ibischeck/IbsRules.h"
 
 namespace ibischeck {

@@ -7,10 +7,12 @@
 
 #include <string>
 
-#include "tools/Sandbox.h"
-#include "tools/ibischeck/Report.h"
+#include "tools/base/Sandbox.h"
+#include "tools/ibis/Report.h"
 
 namespace ibischeck {
+
+using ibis::Report;
 
 struct CheckOptions {
     bool bRunExecutables = true;  // load and call the libraries

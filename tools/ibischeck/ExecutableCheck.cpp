@@ -15,8 +15,8 @@
 #include <cstring>
 #include <fstream>
 
-#include "tools/AmiLibrary.h"
-#include "tools/InputFile.h"
+#include "tools/host/AmiLibrary.h"
+#include "tools/base/InputFile.h"
 
 namespace ibischeck {
 

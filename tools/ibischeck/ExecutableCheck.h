@@ -17,9 +17,9 @@
 #include <string>
 #include <vector>
 
-#include "tools/Sandbox.h"
+#include "tools/base/Sandbox.h"
 #include "tools/ibischeck/IbsRules.h"
-#include "tools/ibischeck/Report.h"
+#include "tools/ibis/Report.h"
 
 namespace ibischeck {
 

@@ -8,9 +8,13 @@
 #include <cstdio>
 #include <set>
 
-#include "tools/ibischeck/IbisNumber.h"
+#include "tools/ibis/IbisNumber.h"
 
 namespace ibischeck {
+
+using ibis::IbisNumber;
+using ibis::ParseTmm;
+using ibis::Tmm;
 
 namespace {
 

@@ -14,10 +14,16 @@
 #include <string>
 #include <vector>
 
-#include "tools/ibischeck/IbisLexer.h"
-#include "tools/ibischeck/Report.h"
+#include "tools/ibis/IbisLexer.h"
+#include "tools/ibis/Report.h"
 
 namespace ibischeck {
+
+using ibis::IbisLexer;
+using ibis::IbisLine;
+using ibis::IbisSection;
+using ibis::Report;
+using ibis::Severity;
 
 struct ExecutableLine {
     int nLine;

@@ -39,17 +39,17 @@ int main(int argc, char** argv) {
     // text utilities must not stop at a long run of blanks.
     gbAllowAnyLineLength = 1;
 
-    ibischeck::Report report;
+    ibis::Report report;
     ibischeck::CheckOptions options;
     options.bRunExecutables = !noExec;
     options.limits.nTimeoutSeconds = timeout;
     options.limits.nAddressSpaceBytes = static_cast<uint64_t>(addressSpaceMiB) << 20;
     // Text and JSON are written as the findings come; the log's printer
     // numbers them per file, so it gets them at the end.
-    if (!log) report.Stream(stdout, json ? ibischeck::Report::Format::kJson : ibischeck::Report::Format::kText);
+    if (!log) report.Stream(stdout, json ? ibis::Report::Format::kJson : ibis::Report::Format::kText);
     ibischeck::Checker checker(options, report);
     for (const std::string& f : files) checker.CheckFile(f);
     if (log) report.PrintToLog();
     else report.Finish(files);
-    return report.Count(ibischeck::Severity::kError) == 0 ? 0 : 1;
+    return report.Count(ibis::Severity::kError) == 0 ? 0 : 1;
 }

@@ -25,7 +25,7 @@ const std::string kSpecific = R"( (Model_Specific
 const std::string kAmi = "(m\n" + kReserved + kSpecific + ")\n";
 
 std::vector<std::string> Check(const std::string& text) {
-    ibischeck::Report report;
+    ibis::Report report;
     ibischeck::AmiRules("m.ami", report).Check(text);
     return Lines(report);
 }

@@ -23,7 +23,7 @@ using ibischeck_test::TempDir;
 
 std::vector<std::string> Exercise(const std::string& library, int bits = 64, int timeout = 60,
                                   amihost::SandboxLimits limits = {}) {
-    ibischeck::Report report;
+    ibis::Report report;
     const ibischeck::ExecutableLine line{7, "M", "Linux_gcc_64", bits, library, ""};
     limits.nTimeoutSeconds = timeout;
     ibischeck::ExecutableCheck::Run(line, "(m)", true, limits, "m.ibs", report);

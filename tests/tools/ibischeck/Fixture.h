@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "amiparams/IbisParser/cmn.h"
-#include "tools/ibischeck/Report.h"
+#include "tools/ibis/Report.h"
 
 namespace ibischeck_test {
 
@@ -38,10 +38,10 @@ inline std::string Replace(std::string text, const std::string& from, const std:
     return text;
 }
 
-inline std::vector<std::string> Lines(const ibischeck::Report& r) {
+inline std::vector<std::string> Lines(const ibis::Report& r) {
     std::vector<std::string> out;
-    for (const ibischeck::Finding& f : r.Findings())
-        out.push_back(std::to_string(f.nLine) + ": " + ibischeck::SeverityName(f.eSeverity) + ": " + f.sMessage);
+    for (const ibis::Finding& f : r.Findings())
+        out.push_back(std::to_string(f.nLine) + ": " + ibis::SeverityName(f.eSeverity) + ": " + f.sMessage);
     return out;
 }
 

@@ -3,7 +3,7 @@
 #include "tools/ibischeck/IbsRules.h"
 
 #include "Fixture.h"
-#include "tools/ibischeck/IbisLexer.h"
+#include "tools/ibis/IbisLexer.h"
 
 namespace {
 
@@ -124,10 +124,10 @@ struct Case {
 };
 
 std::vector<std::string> Check(const TempDir& dir, const std::string& file, const std::string& text) {
-    ibischeck::Report report;
+    ibis::Report report;
     const std::string path = dir.Write(file, text);
     ibischeck::IbsRules rules(path, file, report);
-    rules.Check(ibischeck::IbisLexer::Read(text, file, report));
+    rules.Check(ibis::IbisLexer::Read(text, file, report));
     return Lines(report);
 }
 
@@ -208,8 +208,8 @@ TEST(IbsRules, ValidFilesPassAndEachBrokenCopyGivesExactlyItsFinding) {
 
 TEST(IbisLexer, KeywordsCommentsAndColumns) {
     TempDir dir;
-    ibischeck::Report report;
-    const auto sections = ibischeck::IbisLexer::Read(
+    ibis::Report report;
+    const auto sections = ibis::IbisLexer::Read(
         "[IBIS_Ver] 7.0 | version\n[Comment Char] #_char\n[GND  clamp]\n| not a comment now\n 1 2 # gone\n"
         "[Comment Char] !!\n",
         "f.ibs", report);
@@ -222,7 +222,7 @@ TEST(IbisLexer, KeywordsCommentsAndColumns) {
     EXPECT_EQ(sections[2].vBody[1].vTokens, (std::vector<std::string>{"1", "2"}));
     EXPECT_EQ(sections[2].vBody[1].nLine, 5);
     EXPECT_EQ(Lines(report), std::vector<std::string>{"6: ERROR: [Comment Char] must be written as <character>_char, not !!"});
-    EXPECT_EQ(ibischeck::IbisLexer::SplitAssignment("R_fixture=50"), (std::vector<std::string>{"R_fixture", "50"}));
+    EXPECT_EQ(ibis::IbisLexer::SplitAssignment("R_fixture=50"), (std::vector<std::string>{"R_fixture", "50"}));
 }
 
 }  // namespace
