@@ -215,7 +215,8 @@ int main(int argc, char** argv) {
         "12 a call into the model did not return within --call-timeout. The model runs in a worker process;\n"
         "codes 11 and 12 name the call it was in.\n"
         "\nExample: amihost --lib build/KV2_RX_x64.so --ami kit/KV2_RX.ami --prbs 15 --bit-rate 15.625e9 \\\n"
-        "           --samples-per-bit 64 --sweep-eq --stat-eye");
+        "           --samples-per-bit 64 --sweep-eq --stat-eye\n"
+        "\nFull reference: docs/amihost.md");
 
     try {
         app.parse(argc, argv);

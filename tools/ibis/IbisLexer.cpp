@@ -2,12 +2,42 @@
 #include "tools/ibis/IbisLexer.h"
 
 #include <cctype>
+#include <set>
 
 #include "amiparams/IbisParser/cmn.h"
 
 namespace ibis {
 
 namespace {
+
+// Every keyword of IBIS 7.x, in canonical form.
+const std::set<std::string> kKeywords = {
+    "manufacturer", "package", "pin", "package model", "pin mapping", "diff pin", "repeater pin",
+    "series pin mapping", "series switch groups", "node declarations", "end node declarations",
+    "circuit call", "end circuit call", "begin emi component", "end emi component", "pin emi",
+    "pin domain emi", "alternate package models", "end alternate package models", "bus label",
+    "end bus label", "die supply pads", "end die supply pads", "interconnect model set",
+    "end interconnect model set", "interconnect model", "end interconnect model",
+    "interconnect model group", "end interconnect model group", IbisLexer::Canonical("Model_Spec"),
+    "receiver thresholds",
+    "add submodel", "driver schedule", "temperature range", "voltage range", "pullup reference",
+    "pulldown reference", "power clamp reference", "gnd clamp reference", "external reference",
+    "ttgnd", "ttpower", "pulldown", "pullup", "gnd clamp", "power clamp", "isso pu", "isso pd", "rgnd",
+    "rpower", "rac", "cac", "on", "off", "r series", "l series", "rl series", "c series", "lc series",
+    "rc series", "series current", "series mosfet", "ramp", "rising waveform", "falling waveform",
+    "composite current", "external model", "end external model", "algorithmic model",
+    "end algorithmic model", "c comp corner", "begin emi model", "end emi model",
+    IbisLexer::Canonical("Submodel_Spec"),
+    "gnd pulse table", "power pulse table", "end external circuit", "end package model", "oem",
+    "description", "number of sections", "number of pins", "pin numbers", "merged pins", "model data",
+    "end model data", "resistance matrix", "inductance matrix", "capacitance matrix", "bandwidth", "row",
+    "end board description", "pin list", "path description", "reference designator map",
+    "rising waveform near", "rising waveform far", "falling waveform near", "falling waveform far",
+    "diff rising waveform near", "diff rising waveform far", "diff falling waveform near",
+    "diff falling waveform far", "test data", "test load", "ibis ver", "file name", "file rev", "date",
+    "source", "notes", "disclaimer", "copyright", "comment char", "component", "model selector", "model",
+    "submodel", "define package model", "begin board description", "external circuit", "end"};
+
 
 // IBIS allows no line longer than this.
 const size_t kMaxLineLength = 120;
@@ -96,5 +126,7 @@ std::vector<IbisSection> IbisLexer::Read(const std::string& text, const std::str
     }
     return sections;
 }
+
+bool IbisLexer::IsKeyword(const std::string& canonical) { return kKeywords.count(canonical) != 0; }
 
 }  // namespace ibis

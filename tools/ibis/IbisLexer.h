@@ -38,6 +38,8 @@ public:
 
     // "GND_Clamp" and "gnd  clamp" both give "gnd clamp".
     static std::string Canonical(const std::string& keyword);
+    // True for a keyword of IBIS 7.x (.ibs, .pkg, .ebd), given canonical.
+    static bool IsKeyword(const std::string& canonical);
     // Blank-separated tokens of line.
     static std::vector<std::string> Split(const std::string& line);
     // "R_pkg = 0.1" and "R_pkg 0.1" alike: the tokens with a lone "=" removed

@@ -1,6 +1,5 @@
 // IbsFile: component, model, Executable line and termination of an .ibs.
 #include "tools/ibis/IbsFile.h"
-#include "tools/base/InputFile.h"
 
 #include <algorithm>
 #include <cctype>
@@ -12,6 +11,8 @@
 #include <sstream>
 
 #include "tools/base/HostError.h"
+#include "tools/base/InputFile.h"
+#include "tools/base/Text.h"
 #include "tools/ibis/IbisLexer.h"
 #include "tools/ibis/IbisNumber.h"
 
@@ -24,11 +25,6 @@ struct Model {
     double dRgnd = 0.0, dRpower = 0.0;                    // typ, ohms; 0 when absent
     std::vector<std::pair<double, double>> vGndClamp;     // V, I typ
 };
-
-std::string Lower(std::string s) {
-    for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return s;
-}
 
 std::string Names(const std::vector<std::string>& names) {
     std::string s;

@@ -8,10 +8,12 @@
 #include <cstdio>
 #include <set>
 
+#include "tools/base/Text.h"
 #include "tools/ibis/IbisNumber.h"
 
 namespace ibischeck {
 
+using amihost::Lower;
 using ibis::IbisNumber;
 using ibis::ParseTmm;
 using ibis::Tmm;
@@ -25,34 +27,6 @@ const std::set<std::string> kHeaderKeywords = {"ibis ver", "comment char", "file
 const std::set<std::string> kOpeners = {"component", "model selector", "model", "submodel",
                                         "define package model", "begin board description",
                                         "external circuit", "test data", "test load", "end"};
-
-// Every other keyword of IBIS 7.x, in canonical form.
-const std::set<std::string> kKnown = {
-    "manufacturer", "package", "pin", "package model", "pin mapping", "diff pin", "repeater pin",
-    "series pin mapping", "series switch groups", "node declarations", "end node declarations",
-    "circuit call", "end circuit call", "begin emi component", "end emi component", "pin emi",
-    "pin domain emi", "alternate package models", "end alternate package models", "bus label",
-    "end bus label", "die supply pads", "end die supply pads", "interconnect model set",
-    "end interconnect model set", "interconnect model", "end interconnect model",
-    "interconnect model group", "end interconnect model group", IbisLexer::Canonical("Model_Spec"),
-    "receiver thresholds",
-    "add submodel", "driver schedule", "temperature range", "voltage range", "pullup reference",
-    "pulldown reference", "power clamp reference", "gnd clamp reference", "external reference",
-    "ttgnd", "ttpower", "pulldown", "pullup", "gnd clamp", "power clamp", "isso pu", "isso pd", "rgnd",
-    "rpower", "rac", "cac", "on", "off", "r series", "l series", "rl series", "c series", "lc series",
-    "rc series", "series current", "series mosfet", "ramp", "rising waveform", "falling waveform",
-    "composite current", "external model", "end external model", "algorithmic model",
-    "end algorithmic model", "c comp corner", "begin emi model", "end emi model",
-    IbisLexer::Canonical("Submodel_Spec"),
-    "gnd pulse table", "power pulse table", "end external circuit", "end package model", "oem",
-    "description", "number of sections", "number of pins", "pin numbers", "merged pins", "model data",
-    "end model data", "resistance matrix", "inductance matrix", "capacitance matrix", "bandwidth", "row",
-    "end board description", "pin list", "path description", "reference designator map",
-    "rising waveform near", "rising waveform far", "falling waveform near", "falling waveform far",
-    "diff rising waveform near", "diff rising waveform far", "diff falling waveform near",
-    "diff falling waveform far", "test data", "test load", "ibis ver", "file name", "file rev", "date",
-    "source", "notes", "disclaimer", "copyright", "comment char", "component", "model selector", "model",
-    "submodel", "define package model", "begin board description", "external circuit", "end"};
 
 const std::set<std::string> kIbisVersions = {"1.1", "2.0", "2.1", "3.0", "3.1", "3.2", "4.0", "4.1",
                                              "4.2", "5.0", "5.1", "6.0", "6.1", "7.0", "7.1", "7.2"};
@@ -70,73 +44,27 @@ const std::set<std::string> kPushPull = {"output", "i/o", "3-state", "output_ecl
 const std::set<std::string> kSinks = {"open_drain", "i/o_open_drain", "open_sink", "i/o_open_sink"};
 const std::set<std::string> kSources = {"open_source", "i/o_open_source"};
 
-const size_t kMaxIvRows = 100;
-const size_t kMaxWaveformRows = 1000;
-
-std::string Lower(std::string s) {
-    for (char& c : s) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
-    return s;
-}
-
-std::string Num(double v) {
-    char buf[32];
-    snprintf(buf, sizeof buf, "%g", v);
-    return buf;
-}
 
 bool FileExists(const std::string& path) {
     struct stat st;
     return ::stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode);
 }
 
-// "0.57/0.29n" as a slope in V/s; nothing when malformed.
-std::optional<double> Slope(const std::string& token) {
-    const size_t slash = token.find('/');
-    if (slash == std::string::npos) return std::nullopt;
-    std::optional<double> dv = IbisNumber::Parse(token.substr(0, slash));
-    std::optional<double> dt = IbisNumber::Parse(token.substr(slash + 1));
-    if (!dv || !dt || *dt <= 0) return std::nullopt;
-    return *dv / *dt;
-}
-
-// Time at which the waveform first crosses level, linearly interpolated.
-double Crossing(const std::vector<std::pair<double, double>>& w, double level) {
-    for (size_t i = 1; i < w.size(); ++i) {
-        const double a = w[i - 1].second - level, b = w[i].second - level;
-        if ((a <= 0 && b >= 0) || (a >= 0 && b <= 0)) {
-            if (a == b) return w[i - 1].first;
-            return w[i - 1].first + (w[i].first - w[i - 1].first) * (a / (a - b));
-        }
-    }
-    return w.back().first;
-}
-
 }  // namespace
 
-const IbisSection* IbsRules::Block::Find(const std::string& keyword) const {
-    for (const IbisSection* s : vMembers)
-        if (s->sKeyword == keyword) return s;
-    return nullptr;
-}
-
 IbsRules::IbsRules(const std::string& path, const std::string& shown, Report& report)
-    : m_sPath(path), m_sShown(shown), m_rReport(report) {
+    : RuleSet(shown, report), m_sPath(path), m_tables(shown, report), m_packages(shown, report) {
     const size_t slash = path.rfind('/');
     m_sFolder = slash == std::string::npos ? "." : path.substr(0, slash);
     const size_t dot = path.rfind('.');
     m_sExtension = dot == std::string::npos ? "" : Lower(path.substr(dot));
 }
 
-void IbsRules::CheckName(const std::string& what, const std::string& name, size_t limit, int line) {
-    if (name.size() > limit)
-        Error(line, what + " name " + name + " is longer than " + std::to_string(limit) + " characters");
-}
-
 void IbsRules::Check(const std::vector<IbisSection>& sections) {
     std::vector<const IbisSection*> header;
     std::vector<Block> blocks;
     for (const IbisSection& s : sections) {
-        if (kKnown.count(s.sKeyword) == 0) Warning(s.nLine, "unknown keyword [" + s.sWritten + "]");
+        if (!IbisLexer::IsKeyword(s.sKeyword)) Warning(s.nLine, "unknown keyword [" + s.sWritten + "]");
         if (kOpeners.count(s.sKeyword) != 0) {
             blocks.push_back(Block{&s, {}});
         } else if (blocks.empty()) {
@@ -175,8 +103,8 @@ void IbsRules::Check(const std::vector<IbisSection>& sections) {
         else if (k == "model selector") CheckModelSelector(b);
         else if (k == "model") CheckModel(b);
         else if (k == "submodel") CheckSubmodel(b);
-        else if (k == "define package model") ++packages, CheckPackageModel(b);
-        else if (k == "begin board description") ++boards, CheckBoard(b);
+        else if (k == "define package model") ++packages, m_packages.CheckPackageModel(b);
+        else if (k == "begin board description") ++boards, m_packages.CheckBoard(b);
         else if (k == "end" && (i + 1 < blocks.size() || !b.vMembers.empty()))
             Error(b.pOpener->nLine, "keywords follow [End]");
     }
@@ -233,35 +161,14 @@ void IbsRules::CheckComponent(const Block& b) {
     if (package == nullptr)
         Error(c.nLine, "[Component] " + name + " has no [Package]");
     else
-        CheckPackage(*package);
+        m_packages.CheckPackage(*package);
     std::map<std::string, int> pins;
     const IbisSection* pin = b.Find("pin");
     if (pin == nullptr)
         Error(c.nLine, "[Component] " + name + " has no [Pin]");
     else
         CheckPins(*pin, pins);
-    if (const IbisSection* diff = b.Find("diff pin")) CheckDiffPins(*diff, pins);
-}
-
-void IbsRules::CheckPackage(const IbisSection& s) {
-    std::set<std::string> found;
-    for (const IbisLine& l : s.vBody) {
-        const std::vector<std::string> t = IbisLexer::SplitAssignment(l.sText);
-        const std::string key = t.empty() ? "" : Lower(t[0]);
-        if (key == "variable" || t.empty()) continue;
-        if (key != "r_pkg" && key != "l_pkg" && key != "c_pkg") {
-            Error(l.nLine, "[Package] does not take " + t[0]);
-            continue;
-        }
-        found.insert(key);
-        Tmm v;
-        const std::string why = ParseTmm(t, 1, v);
-        if (!why.empty()) Error(l.nLine, t[0] + " " + why);
-        else if ((v.dMin && *v.dMin > v.dTyp) || (v.dMax && *v.dMax < v.dTyp))
-            Error(l.nLine, t[0] + " must satisfy min <= typ <= max");
-    }
-    for (const char* k : {"R_pkg", "L_pkg", "C_pkg"})
-        if (found.count(Lower(k)) == 0) Error(s.nLine, std::string("[Package] has no ") + k);
+    if (const IbisSection* diff = b.Find("diff pin")) m_packages.CheckDiffPins(*diff, pins);
 }
 
 void IbsRules::CheckPins(const IbisSection& s, std::map<std::string, int>& pins) {
@@ -288,21 +195,6 @@ void IbsRules::CheckPins(const IbisSection& s, std::map<std::string, int>& pins)
     }
 }
 
-void IbsRules::CheckDiffPins(const IbisSection& s, const std::map<std::string, int>& pins) {
-    for (const IbisLine& l : s.vBody) {
-        const std::vector<std::string>& t = l.vTokens;
-        if (t.size() != 6) {
-            Error(l.nLine, "[Diff Pin] row needs pin, inv_pin, vdiff, tdelay_typ, tdelay_min and tdelay_max");
-            continue;
-        }
-        for (size_t i = 0; i < 2; ++i)
-            if (pins.count(t[i]) == 0) Error(l.nLine, "[Diff Pin] pin " + t[i] + " is not in [Pin]");
-        for (size_t i = 2; i < 6; ++i)
-            if (!IbisNumber::IsNA(t[i]) && !IbisNumber::Parse(t[i]))
-                Error(l.nLine, "[Diff Pin] " + t[i] + " is not a number");
-    }
-}
-
 void IbsRules::CheckModelSelector(const Block& b) {
     const std::string self = Lower(b.pOpener->sArgs);
     for (const IbisLine& l : b.pOpener->vBody) {
@@ -315,25 +207,6 @@ void IbsRules::CheckModelSelector(const Block& b) {
         else if (m_mModels.count(entry) == 0)
             Error(l.nLine, "[Model Selector] names model " + l.vTokens[0] + ", which is not defined");
     }
-}
-
-double IbsRules::CheckVoltageRange(const Block& b) {
-    const IbisSection* range = b.Find("voltage range");
-    const IbisSection* up = b.Find("pullup reference");
-    const IbisSection* down = b.Find("pulldown reference");
-    const IbisSection* source = range != nullptr ? range : up;
-    if (source == nullptr || (range == nullptr && down == nullptr)) {
-        Error(b.pOpener->nLine, "model " + b.pOpener->sArgs +
-                                    " has neither [Voltage Range] nor [Pullup Reference] and [Pulldown Reference]");
-        return 0;
-    }
-    Tmm v;
-    const std::string why = ParseTmm(source->vArgs, 0, v);
-    if (!why.empty()) {
-        Error(source->nLine, "[" + source->sWritten + "] " + why);
-        return 0;
-    }
-    return v.dTyp;
 }
 
 void IbsRules::CheckModel(const Block& b) {
@@ -392,20 +265,20 @@ void IbsRules::CheckModel(const Block& b) {
                                      "; the IBIS default applies");
         }
     }
-    const double vcc = CheckVoltageRange(b);
+    const double vcc = m_tables.CheckVoltageRange(b);
     for (const IbisSection* s : b.vMembers)
         if (s->sKeyword == "pulldown" || s->sKeyword == "pullup" || s->sKeyword == "gnd clamp" ||
             s->sKeyword == "power clamp")
-            CheckIvTable(*s, vcc);
+            m_tables.CheckIvTable(*s, vcc);
     const bool pushPull = kPushPull.count(type) != 0, sink = kSinks.count(type) != 0,
                source = kSources.count(type) != 0;
     if ((pushPull || sink) && b.Find("pulldown") == nullptr) Error(m.nLine, "model " + name + " has no [Pulldown]");
     if ((pushPull || source) && b.Find("pullup") == nullptr) Error(m.nLine, "model " + name + " has no [Pullup]");
     const IbisSection* ramp = b.Find("ramp");
     if ((pushPull || sink || source) && ramp == nullptr) Error(m.nLine, "model " + name + " has no [Ramp]");
-    if (ramp != nullptr) CheckRamp(b);
+    if (ramp != nullptr) m_tables.CheckRamp(b);
     for (const IbisSection* s : b.vMembers)
-        if (s->sKeyword == "rising waveform" || s->sKeyword == "falling waveform") CheckWaveform(*s, ramp);
+        if (s->sKeyword == "rising waveform" || s->sKeyword == "falling waveform") m_tables.CheckWaveform(*s, ramp);
     for (size_t i = 0; i < b.vMembers.size(); ++i) {
         const std::string& k = b.vMembers[i]->sKeyword;
         if (k == "algorithmic model") CheckAlgorithmicModel(b, i);
@@ -468,121 +341,6 @@ void IbsRules::CheckSubmodel(const Block& b) {
     Error(s.nLine, "[Submodel] " + s.sArgs + " has no Submodel_type");
 }
 
-void IbsRules::CheckIvTable(const IbisSection& s, double vcc) {
-    const std::string k = "[" + s.sWritten + "]";
-    if (s.vBody.size() > kMaxIvRows) Error(s.nLine, k + " has more than 100 rows");
-    std::vector<double> volts;
-    for (const IbisLine& l : s.vBody) {
-        if (Lower(l.vTokens[0]) == "voltage") continue;
-        Tmm current;
-        std::optional<double> v = IbisNumber::Parse(l.vTokens[0]);
-        if (l.vTokens.size() != 4 || !v) {
-            Error(l.nLine, k + " row needs a voltage, I(typ), I(min) and I(max)");
-            continue;
-        }
-        const std::string why = ParseTmm(l.vTokens, 1, current);
-        if (!why.empty()) {
-            Error(l.nLine, k + " current " + why);
-            continue;
-        }
-        if (!volts.empty() && *v <= volts.back())
-            Error(l.nLine, k + " voltage " + l.vTokens[0] + " does not increase over the row before");
-        volts.push_back(*v);
-    }
-    if (volts.empty() || vcc <= 0) return;
-    // Pullup and POWER Clamp voltages are measured from the supply; the
-    // drivers' tables span -Vcc to 2 Vcc, the clamps' -Vcc to Vcc.
-    const bool driver = s.sKeyword == "pulldown" || s.sKeyword == "pullup";
-    const double low = -vcc, high = driver ? 2 * vcc : vcc;
-    const double slack = 1e-9 * vcc;
-    const double lo = *std::min_element(volts.begin(), volts.end());
-    const double hi = *std::max_element(volts.begin(), volts.end());
-    if (lo > low + slack || hi < high - slack)
-        Warning(s.nLine, k + " spans " + Num(lo) + " V to " + Num(hi) + " V, short of " + Num(low) + " V to " +
-                             Num(high) + " V (" + (driver ? "-Vcc to 2 Vcc" : "-Vcc to Vcc") + ")");
-}
-
-void IbsRules::CheckRamp(const Block& b) {
-    const IbisSection& s = *b.Find("ramp");
-    std::set<std::string> found;
-    for (const IbisLine& l : s.vBody) {
-        const std::vector<std::string> t = IbisLexer::SplitAssignment(l.sText);
-        const std::string key = t.empty() ? "" : Lower(t[0]);
-        if (key == "variable" || t.empty()) continue;
-        if (key == "r_load") {
-            if (t.size() != 2 || !IbisNumber::Parse(t[1])) Error(l.nLine, "[Ramp] R_load must be one number");
-            continue;
-        }
-        if (key != "dv/dt_r" && key != "dv/dt_f") {
-            Error(l.nLine, "[Ramp] does not take " + t[0]);
-            continue;
-        }
-        found.insert(key);
-        if (t.size() != 4) {
-            Error(l.nLine, "[Ramp] " + t[0] + " needs typ, min and max values");
-            continue;
-        }
-        for (size_t i = 1; i < 4; ++i)
-            if (!(i > 1 && IbisNumber::IsNA(t[i])) && !Slope(t[i]))
-                Error(l.nLine, "[Ramp] " + t[0] + " value " + t[i] + " is not of the form dV/dt");
-    }
-    for (const char* k : {"dV/dt_r", "dV/dt_f"})
-        if (found.count(Lower(k)) == 0) Error(s.nLine, std::string("[Ramp] has no ") + k);
-}
-
-void IbsRules::CheckWaveform(const IbisSection& s, const IbisSection* ramp) {
-    const std::string k = "[" + s.sWritten + "]";
-    std::map<std::string, double> fixture;
-    std::vector<std::pair<double, double>> wave;  // time (s), V(typ)
-    for (const IbisLine& l : s.vBody) {
-        const std::vector<std::string> t = IbisLexer::SplitAssignment(l.sText);
-        if (t.empty()) continue;
-        if (!IbisNumber::Parse(t[0])) {
-            const std::string key = Lower(t[0]);
-            if (key == "time") continue;
-            std::optional<double> v = t.size() == 2 ? IbisNumber::Parse(t[1]) : std::nullopt;
-            if (!v) Error(l.nLine, k + " " + t[0] + " must be one number");
-            else fixture[key] = *v;
-            continue;
-        }
-        Tmm v;
-        const std::string why = t.size() == 4 ? ParseTmm(t, 1, v) : "row needs a time, V(typ), V(min) and V(max)";
-        if (!why.empty()) {
-            Error(l.nLine, k + " " + why);
-            continue;
-        }
-        const double time = *IbisNumber::Parse(t[0]);
-        if (!wave.empty() && time <= wave.back().first)
-            Error(l.nLine, k + " time " + t[0] + " does not increase over the row before");
-        wave.emplace_back(time, v.dTyp);
-    }
-    for (const char* f : {"R_fixture", "V_fixture"})
-        if (fixture.count(Lower(f)) == 0) Error(s.nLine, k + " has no " + f);
-    if (wave.size() > kMaxWaveformRows) Error(s.nLine, k + " has more than 1000 rows");
-    if (ramp == nullptr || wave.size() < 2 || fixture.count("r_fixture") == 0) return;
-
-    // [Ramp] gives the 20 % to 80 % swing over its time, measured into
-    // R_load (50 ohm unless stated); a waveform into the same load must agree.
-    const bool rising = s.sKeyword == "rising waveform";
-    double rLoad = 50;
-    std::optional<double> rampSlope;
-    for (const IbisLine& l : ramp->vBody) {
-        const std::vector<std::string> t = IbisLexer::SplitAssignment(l.sText);
-        const std::string key = t.empty() ? "" : Lower(t[0]);
-        if (key == "r_load" && t.size() == 2 && IbisNumber::Parse(t[1])) rLoad = *IbisNumber::Parse(t[1]);
-        if (key == (rising ? "dv/dt_r" : "dv/dt_f") && t.size() > 1) rampSlope = Slope(t[1]);
-    }
-    if (!rampSlope || std::fabs(fixture["r_fixture"] - rLoad) > 1e-9 * rLoad) return;
-    const double v0 = wave.front().second, swing = wave.back().second - v0;
-    const double dt = Crossing(wave, v0 + 0.8 * swing) - Crossing(wave, v0 + 0.2 * swing);
-    if (dt <= 0 || swing == 0) return;
-    const double slope = 0.6 * std::fabs(swing) / dt;
-    if (std::fabs(*rampSlope - slope) > 0.2 * slope)
-        Warning(s.nLine, k + " rises 20-80 % at " + Num(slope * 1e-9) + " V/ns, [Ramp] " +
-                             (rising ? "dV/dt_r" : "dV/dt_f") + " says " + Num(*rampSlope * 1e-9) +
-                             " V/ns: more than 20 % apart");
-}
-
 void IbsRules::CheckAlgorithmicModel(const Block& b, size_t at) {
     const IbisSection& s = *b.vMembers[at];
     if (!Closed(b, at, "end algorithmic model")) Error(s.nLine, "[Algorithmic Model] has no [End Algorithmic Model]");
@@ -615,53 +373,6 @@ void IbsRules::CheckAlgorithmicModel(const Block& b, size_t at) {
             m_vExecutables.push_back(ExecutableLine{l.nLine, b.pOpener->sArgs, platform, std::stoi(bits), library, ami});
     }
     if (executables == 0) Error(s.nLine, "[Algorithmic Model] has no Executable line");
-}
-
-void IbsRules::CheckPackageModel(const Block& b) {
-    const IbisSection& p = *b.pOpener;
-    const std::string name = p.sArgs;
-    CheckName("[Define Package Model]", name, 40, p.nLine);
-    for (const char* k : {"Manufacturer", "OEM", "Number Of Pins", "Pin Numbers", "Model Data",
-                          "Inductance Matrix", "Capacitance Matrix", "End Model Data", "End Package Model"})
-        if (b.Find(IbisLexer::Canonical(k)) == nullptr)
-            Error(p.nLine, "[Define Package Model] " + name + " has no [" + k + "]");
-    for (const IbisSection* s : b.vMembers)
-        if (s->sKeyword == "resistance matrix" || s->sKeyword == "inductance matrix" ||
-            s->sKeyword == "capacitance matrix") {
-            const std::string form = s->vArgs.empty() ? "" : s->vArgs[0];
-            if (form != "Banded_matrix" && form != "Sparse_matrix" && form != "Full_matrix")
-                Error(s->nLine, "[" + s->sWritten + "] must be Banded_matrix, Sparse_matrix or Full_matrix");
-        }
-    const IbisSection* count = b.Find("number of pins");
-    const IbisSection* list = b.Find("pin numbers");
-    if (count == nullptr || list == nullptr) return;
-    size_t listed = 0;
-    for (const IbisLine& l : list->vBody) {
-        const std::string first = Lower(l.vTokens[0]);
-        // Section descriptions (Len=, L=, Fork, Endfork) are not pins.
-        if (l.sText.find('=') == std::string::npos && first != "fork" && first != "endfork") ++listed;
-    }
-    std::optional<double> n = count->vArgs.empty() ? std::nullopt : IbisNumber::Parse(count->vArgs[0]);
-    if (!n || *n != static_cast<double>(listed))
-        Error(count->nLine, "[Number Of Pins] " + count->sArgs + " does not match the " + std::to_string(listed) +
-                                " pins of [Pin Numbers]");
-}
-
-void IbsRules::CheckBoard(const Block& b) {
-    const IbisSection& p = *b.pOpener;
-    const std::string name = p.sArgs;
-    CheckName("[Begin Board Description]", name, 40, p.nLine);
-    for (const char* k : {"Manufacturer", "Number Of Pins", "Pin List", "Path Description",
-                          "Reference Designator Map", "End Board Description"})
-        if (b.Find(IbisLexer::Canonical(k)) == nullptr)
-            Error(p.nLine, "[Begin Board Description] " + name + " has no [" + k + "]");
-    const IbisSection* count = b.Find("number of pins");
-    const IbisSection* list = b.Find("pin list");
-    if (count == nullptr || list == nullptr) return;
-    std::optional<double> n = count->vArgs.empty() ? std::nullopt : IbisNumber::Parse(count->vArgs[0]);
-    if (!n || *n != static_cast<double>(list->vBody.size()))
-        Error(count->nLine, "[Number Of Pins] " + count->sArgs + " does not match the " +
-                                std::to_string(list->vBody.size()) + " pins of [Pin List]");
 }
 
 }  // namespace ibischeck

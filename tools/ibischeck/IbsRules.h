@@ -16,6 +16,9 @@
 
 #include "tools/ibis/IbisLexer.h"
 #include "tools/ibis/Report.h"
+#include "tools/ibischeck/ModelTables.h"
+#include "tools/ibischeck/PackageRules.h"
+#include "tools/ibischeck/RuleSet.h"
 
 namespace ibischeck {
 
@@ -34,7 +37,7 @@ struct ExecutableLine {
     std::string sAmi;        // path of the .ami file, resolved likewise
 };
 
-class IbsRules {
+class IbsRules : public RuleSet {
 public:
     // path: the file as given (its folder resolves Executable files);
     // shown: the name used in findings.
@@ -46,38 +49,24 @@ public:
     const std::vector<ExecutableLine>& Executables() const { return m_vExecutables; }
 
 private:
-    struct Block {
-        const IbisSection* pOpener;
-        std::vector<const IbisSection*> vMembers;  // the sections after the opener
-        const IbisSection* Find(const std::string& keyword) const;
-    };
+    using Block = IbisBlock;
 
     void CheckHeader(const std::vector<IbisSection>& sections, const std::vector<const IbisSection*>& header);
     void CheckComponent(const Block& b);
-    void CheckPackage(const IbisSection& s);
     void CheckPins(const IbisSection& s, std::map<std::string, int>& pins);
-    void CheckDiffPins(const IbisSection& s, const std::map<std::string, int>& pins);
     void CheckModelSelector(const Block& b);
     void CheckModel(const Block& b);
-    double CheckVoltageRange(const Block& b);
-    void CheckIvTable(const IbisSection& s, double vcc);
-    void CheckRamp(const Block& b);
-    void CheckWaveform(const IbisSection& s, const IbisSection* ramp);
     void CheckAlgorithmicModel(const Block& b, size_t at);
     void CheckExternalModel(const Block& b, size_t at);
     void CheckAddSubmodel(const IbisSection& s);
     void CheckSubmodel(const Block& b);
     // The [End ...] keyword closing the section at `at`, if any follows it.
     bool Closed(const Block& b, size_t at, const std::string& end) const;
-    void CheckPackageModel(const Block& b);
-    void CheckBoard(const Block& b);
-    void CheckName(const std::string& what, const std::string& name, size_t limit, int line);
 
-    void Error(int line, const std::string& m) { m_rReport.Error(m_sShown, line, m); }
-    void Warning(int line, const std::string& m) { m_rReport.Warning(m_sShown, line, m); }
 
-    std::string m_sPath, m_sShown, m_sFolder, m_sExtension;
-    Report& m_rReport;
+    std::string m_sPath, m_sFolder, m_sExtension;
+    ModelTables m_tables;
+    PackageRules m_packages;
     std::map<std::string, int> m_mModels;     // [Model] and [Model Selector] names, lower case
     std::map<std::string, int> m_mSubmodels;  // [Submodel] names, lower case
     std::set<std::string> m_sSelectors;       // [Model Selector] names, lower case

@@ -11,7 +11,11 @@
 #include <fstream>
 #include <iterator>
 
+#include "tools/base/Text.h"
+
 namespace ibischeck {
+
+using amihost::Lower;
 
 namespace {
 
@@ -47,11 +51,6 @@ bool Name(const Bytes& b, const std::vector<Section>& sections, uint32_t rva, st
         name += std::isprint(static_cast<unsigned char>(b.data[i])) ? b.data[i] : '?';  // echoed in messages
     }
     return false;
-}
-
-std::string Lower(std::string s) {
-    for (char& c : s) c = char(std::tolower(static_cast<unsigned char>(c)));
-    return s;
 }
 
 // DLLs that every Windows installation has.

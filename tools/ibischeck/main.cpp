@@ -28,7 +28,8 @@ int main(int argc, char** argv) {
         "its own PID and network namespaces (no network), with limits on address space, CPU time, file size and\n"
         "processes, an empty working directory and no input; nothing it starts outlives the check. Use --no-exec\n"
         "for a kit you do not trust at all.\n"
-        "Exit status: 0 no ERROR, 1 at least one ERROR, 2 bad command line.");
+        "Exit status: 0 no ERROR, 1 at least one ERROR, 2 bad command line.\n"
+        "Full reference: docs/ibischeck.md");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {

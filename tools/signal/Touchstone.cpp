@@ -11,17 +11,13 @@
 
 #include "tools/base/HostError.h"
 #include "tools/base/InputFile.h"
+#include "tools/base/Text.h"
 
 namespace amihost {
 
 namespace {
 
 const double kPi = 3.14159265358979323846;
-
-std::string Lower(std::string s) {
-    for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return s;
-}
 
 std::vector<std::string> Words(const std::string& s) {
     std::istringstream in(s);

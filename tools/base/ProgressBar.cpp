@@ -1,5 +1,5 @@
 // ProgressBar: terminal progress display on a helper thread.
-#include "tools/host/ProgressBar.h"
+#include "tools/base/ProgressBar.h"
 
 #include <unistd.h>
 

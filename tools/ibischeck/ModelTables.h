@@ -1,0 +1,27 @@
+// ModelTables: the electrical tables of a [Model]: its voltage range or
+// reference voltages, the I-V tables ([Pulldown], [Pullup], [GND Clamp],
+// [POWER Clamp]) with their rows and voltage spans, [Ramp], and the
+// [Rising Waveform] / [Falling Waveform] tables with their fixtures and
+// their agreement with [Ramp].
+#pragma once
+
+#include <string>
+
+#include "tools/ibischeck/RuleSet.h"
+
+namespace ibischeck {
+
+class ModelTables : public RuleSet {
+public:
+    ModelTables(const std::string& shown, ibis::Report& report) : RuleSet(shown, report) {}
+
+    // The model's supply voltage (typ), 0 when none can be read.
+    double CheckVoltageRange(const IbisBlock& b);
+    // vcc: the supply voltage the table's span is judged against.
+    void CheckIvTable(const ibis::IbisSection& s, double vcc);
+    // [Ramp] and, against it, every waveform table of the model.
+    void CheckRamp(const IbisBlock& b);
+    void CheckWaveform(const ibis::IbisSection& s, const ibis::IbisSection* ramp);
+};
+
+}  // namespace ibischeck
