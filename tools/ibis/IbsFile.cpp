@@ -14,7 +14,7 @@
 #include "tools/base/InputFile.h"
 #include "tools/base/Text.h"
 #include "tools/ibis/IbisLexer.h"
-#include "tools/ibis/IbisNumber.h"
+#include "tools/ibis/IbsModel.h"
 
 namespace amihost {
 
@@ -47,45 +47,31 @@ IbsReceiver IbsFile::Parse(const std::string& text, const std::string& origin, c
                            const std::string& component, const std::string& modelName) {
     auto bad = [&](const std::string& why) { return HostError(ExitCode::kBadFile, origin + ": " + why); };
     auto at = [](int line) { return "line " + std::to_string(line) + ": "; };
-    std::vector<std::string> components;
-    std::map<std::string, std::vector<std::string>> pinModels;   // component -> models of its pins
-    std::vector<std::string> modelOrder;
-    std::map<std::string, Model> models;
-    std::string currentComponent, currentModel;
-
     ibis::Report report;
     const std::vector<ibis::IbisSection> sections = ibis::IbisLexer::Read(text, origin, report);
     for (const ibis::Finding& f : report.Findings())
         if (f.eSeverity == ibis::Severity::kError) throw bad(at(f.nLine) + f.sMessage);
-    for (const ibis::IbisSection& s : sections) {
-        const std::string& keyword = s.sKeyword;
-        const std::string arg = s.vArgs.empty() ? "" : s.vArgs[0];
-        if (keyword == "component") {
-            currentComponent = arg;
-            components.push_back(arg);
-            currentModel.clear();
-        } else if (keyword == "model") {
-            currentModel = arg;
-            modelOrder.push_back(arg);
-            models[arg];
-        } else if ((keyword == "rgnd" || keyword == "rpower") && !currentModel.empty()) {
-            const std::optional<double> r = ibis::IbisNumber::Parse(arg);
-            if (!r || !(*r > 0) || !std::isfinite(*r)) throw bad(at(s.nLine) + "[" + keyword + "] needs a resistance");
-            (keyword == "rgnd" ? models[currentModel].dRgnd : models[currentModel].dRpower) = *r;
+    const ibis::IbsModel file = ibis::IbsModel::Read(sections);
+    if (!file.vProblems.empty()) throw bad(at(file.vProblems[0].first) + file.vProblems[0].second);
+    std::vector<std::string> components, modelOrder;
+    std::map<std::string, std::vector<std::string>> pinModels;   // component -> models of its pins
+    std::map<std::string, Model> models;
+    for (const ibis::IbisComponentInfo& c : file.vComponents) {
+        components.push_back(c.sName);
+        auto& pins = pinModels[c.sName];
+        pins.insert(pins.end(), c.vPinModels.begin(), c.vPinModels.end());
+    }
+    for (const ibis::IbisModelInfo& info : file.vModels) {
+        modelOrder.push_back(info.sName);
+        Model& model = models[info.sName];
+        for (const ibis::IbisExecutable& e : info.vExecutables) {
+            if (Lower(e.sKeyword) == "executable_tx") continue;  // a transmitter's, not ours
+            if (e.sAmi.empty()) throw bad(at(e.nLine) + "Executable needs a platform, a library and an .ami file");
+            model.vExecutables.push_back({e.sPlatform, e.sLibrary, e.sAmi});
         }
-        for (const ibis::IbisLine& l : s.vBody) {
-            const std::vector<std::string>& w = l.vTokens;
-            if (l.sText[0] == '[') throw bad(at(l.nLine) + "keyword without ']'");
-            if (keyword == "pin" && !currentComponent.empty() && w.size() >= 3) {
-                pinModels[currentComponent].push_back(w[2]);
-            } else if (keyword == "algorithmic model" && !currentModel.empty() && Lower(w[0]) == "executable") {
-                if (w.size() < 4) throw bad(at(l.nLine) + "Executable needs a platform, a library and an .ami file");
-                models[currentModel].vExecutables.push_back({w[1], w[2], w[3]});
-            } else if (keyword == "gnd clamp" && !currentModel.empty() && w.size() >= 2) {
-                const auto v = ibis::IbisNumber::Parse(w[0]), i = ibis::IbisNumber::Parse(w[1]);
-                if (v && i) models[currentModel].vGndClamp.push_back({*v, *i});
-            }
-        }
+        model.dRgnd = info.dRgnd.value_or(0.0);
+        model.dRpower = info.dRpower.value_or(0.0);
+        model.vGndClamp = info.vGndClamp;
     }
 
     IbsReceiver r;

@@ -10,6 +10,7 @@
 
 #include "tools/base/Text.h"
 #include "tools/ibis/IbisNumber.h"
+#include "tools/ibis/IbsModel.h"
 
 namespace ibischeck {
 
@@ -346,31 +347,24 @@ void IbsRules::CheckAlgorithmicModel(const Block& b, size_t at) {
     if (!Closed(b, at, "end algorithmic model")) Error(s.nLine, "[Algorithmic Model] has no [End Algorithmic Model]");
     int executables = 0;
     for (const IbisLine& l : s.vBody) {
-        const std::vector<std::string>& t = l.vTokens;
-        const std::string key = Lower(t[0]);
-        if (key != "executable" && key != "executable_rx" && key != "executable_tx") continue;
+        const std::optional<ibis::IbisExecutable> e = ibis::IbsModel::ReadExecutable(l);
+        if (!e) continue;
         ++executables;
-        if (t.size() != 4) {
-            Error(l.nLine, t[0] + " needs platform_compiler_bits, the executable file and the .ami file");
+        const std::string& k = e->sKeyword;
+        if (!e->bComplete) {
+            Error(l.nLine, k + " needs platform_compiler_bits, the executable file and the .ami file");
             continue;
         }
-        // platform_compiler_bits: at least three "_"-separated parts, the
-        // last 32 or 64.
-        const std::string& platform = t[1];
-        const size_t first = platform.find('_'), last = platform.rfind('_');
-        const std::string bits = last == std::string::npos ? "" : platform.substr(last + 1);
-        const bool wellFormed = first != std::string::npos && first > 0 && last > first + 1 &&
-                                (bits == "32" || bits == "64");
-        if (!wellFormed)
-            Error(l.nLine, t[0] + " platform " + platform + " is not of the form platform_compiler_bits (bits 32 or 64)");
-        const std::string library = m_sFolder + "/" + t[2], ami = m_sFolder + "/" + t[3];
+        if (e->nBits == 0)
+            Error(l.nLine, k + " platform " + e->sPlatform + " is not of the form platform_compiler_bits (bits 32 or 64)");
+        const std::string library = m_sFolder + "/" + e->sLibrary, ami = m_sFolder + "/" + e->sAmi;
         const bool hasLibrary = FileExists(library), hasAmi = FileExists(ami);
-        if (!hasLibrary) Error(l.nLine, t[0] + " file " + t[2] + " not found next to the IBIS file");
-        const bool amiName = t[3].size() > 4 && Lower(t[3].substr(t[3].size() - 4)) == ".ami";
-        if (!amiName) Error(l.nLine, t[0] + " parameter file " + t[3] + " does not have the .ami extension");
-        else if (!hasAmi) Error(l.nLine, t[0] + " parameter file " + t[3] + " not found next to the IBIS file");
-        if (wellFormed && hasLibrary && hasAmi && amiName)
-            m_vExecutables.push_back(ExecutableLine{l.nLine, b.pOpener->sArgs, platform, std::stoi(bits), library, ami});
+        if (!hasLibrary) Error(l.nLine, k + " file " + e->sLibrary + " not found next to the IBIS file");
+        const bool amiName = e->sAmi.size() > 4 && Lower(e->sAmi.substr(e->sAmi.size() - 4)) == ".ami";
+        if (!amiName) Error(l.nLine, k + " parameter file " + e->sAmi + " does not have the .ami extension");
+        else if (!hasAmi) Error(l.nLine, k + " parameter file " + e->sAmi + " not found next to the IBIS file");
+        if (e->nBits != 0 && hasLibrary && hasAmi && amiName)
+            m_vExecutables.push_back(ExecutableLine{l.nLine, b.pOpener->sArgs, e->sPlatform, e->nBits, library, ami});
     }
     if (executables == 0) Error(s.nLine, "[Algorithmic Model] has no Executable line");
 }
