@@ -14,10 +14,6 @@
 
 namespace ibischeck {
 
-using amihost::Lower;
-using ibis::IbisNumber;
-using ibis::ParseTmm;
-using ibis::Tmm;
 
 namespace {
 

@@ -22,11 +22,6 @@
 
 namespace ibischeck {
 
-using ibis::IbisLexer;
-using ibis::IbisLine;
-using ibis::IbisSection;
-using ibis::Report;
-using ibis::Severity;
 
 struct ExecutableLine {
     int nLine;

@@ -10,18 +10,9 @@
 #include <utility>
 #include <vector>
 
-#include "tools/base/Text.h"
-#include "tools/ibis/IbisNumber.h"
 
 namespace ibischeck {
 
-using amihost::Lower;
-using ibis::IbisLexer;
-using ibis::IbisLine;
-using ibis::IbisNumber;
-using ibis::IbisSection;
-using ibis::ParseTmm;
-using ibis::Tmm;
 
 namespace {
 

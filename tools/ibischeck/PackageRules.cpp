@@ -4,18 +4,9 @@
 #include <set>
 #include <vector>
 
-#include "tools/base/Text.h"
-#include "tools/ibis/IbisNumber.h"
 
 namespace ibischeck {
 
-using amihost::Lower;
-using ibis::IbisLexer;
-using ibis::IbisLine;
-using ibis::IbisNumber;
-using ibis::IbisSection;
-using ibis::ParseTmm;
-using ibis::Tmm;
 
 void PackageRules::CheckPackage(const IbisSection& s) {
     std::set<std::string> found;

@@ -6,10 +6,23 @@
 #include <string>
 #include <vector>
 
+#include "tools/base/Text.h"
 #include "tools/ibis/IbisLexer.h"
+#include "tools/ibis/IbisNumber.h"
 #include "tools/ibis/Report.h"
 
 namespace ibischeck {
+
+// The rules read with the IBIS text layer's names.
+using amihost::Lower;
+using ibis::IbisLexer;
+using ibis::IbisLine;
+using ibis::IbisNumber;
+using ibis::IbisSection;
+using ibis::ParseTmm;
+using ibis::Report;
+using ibis::Severity;
+using ibis::Tmm;
 
 struct IbisBlock {
     const ibis::IbisSection* pOpener;
