@@ -99,7 +99,14 @@ std::vector<IbisSection> IbisLexer::Read(const std::string& text, const std::str
         if (!raw.empty() && raw.back() == '\r') raw.pop_back();
         if (raw.size() > kMaxLineLength)
             report.Error(file, lineNo, "line is " + std::to_string(raw.size()) + " characters long, more than 120");
-        const size_t cut = raw.find(comment);
+        size_t cut = raw.find(comment);
+        // "[Comment Char] |_char" names the comment character it would otherwise lose to it.
+        const std::string whole = Trim(raw);
+        if (cut != std::string::npos && !whole.empty() && whole[0] == '[' && whole.find(']') != std::string::npos &&
+            Canonical(whole.substr(1, whole.find(']') - 1)) == "comment char") {
+            const size_t arg = raw.find_first_not_of(" \t", raw.find(']') + 1);
+            if (arg != std::string::npos) cut = raw.find_first_of(" \t", arg);
+        }
         const std::string line = Trim(cut == std::string::npos ? raw : raw.substr(0, cut));
         if (line.empty()) continue;
         if (line[0] == '[' && line.find(']') != std::string::npos) {

@@ -53,7 +53,10 @@ bool IbisNumber::Overflows(const std::string& token) {
     return isdigit(static_cast<unsigned char>(*digits)) && std::isinf(strtod(s, nullptr));
 }
 
-bool IbisNumber::IsNA(const std::string& token) { return token == "NA"; }
+// Reserved words are not case sensitive in IBIS: "na" is NA.
+bool IbisNumber::IsNA(const std::string& token) {
+    return token.size() == 2 && (token[0] == 'N' || token[0] == 'n') && (token[1] == 'A' || token[1] == 'a');
+}
 
 std::string ParseTmm(const std::vector<std::string>& tokens, size_t first, Tmm& out) {
     static const char* const kColumn[] = {"typ", "min", "max"};

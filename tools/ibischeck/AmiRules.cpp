@@ -192,7 +192,11 @@ void AmiRules::CheckSection(const void* branch, const std::string& path, bool re
         const std::string name = child->pszName;
         seen.insert(name);
         const std::string full = path.empty() ? name : path + "." + name;
-        if (Leaves(child).empty()) CheckSection(child, full, reserved);
+        // A group of parameters may carry its own Description; anything else
+        // beside sub-groups makes it a parameter.
+        bool grouping = true;
+        for (const Leaf& l : Leaves(child)) grouping = grouping && l.sName == "Description";
+        if (grouping && (Leaves(child).empty() || !Branches(child).empty())) CheckSection(child, full, reserved);
         else CheckParameter(child, full, reserved);
     }
     if (!reserved || !path.empty()) return;

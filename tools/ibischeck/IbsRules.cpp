@@ -227,7 +227,10 @@ void IbsRules::CheckModel(const Block& b) {
             type.clear();
         }
     }
-    if (params.count("c_comp") == 0 && params.count("c_comp_pullup") == 0 && b.Find("c comp corner") == nullptr) {
+    // IBIS 5.0 and later may split C_comp by the part of the buffer it belongs to.
+    const bool split = params.count("c_comp_pullup") != 0 || params.count("c_comp_pulldown") != 0 ||
+                       params.count("c_comp_power_clamp") != 0 || params.count("c_comp_gnd_clamp") != 0;
+    if (params.count("c_comp") == 0 && !split && b.Find("c comp corner") == nullptr) {
         Error(m.nLine, "model " + name + " has no C_comp");
     } else if (params.count("c_comp") != 0) {
         const IbisLine& l = *params["c_comp"];

@@ -56,7 +56,7 @@ void PackageRules::CheckPackageModel(const IbisBlock& b) {
         if (s->sKeyword == "resistance matrix" || s->sKeyword == "inductance matrix" ||
             s->sKeyword == "capacitance matrix") {
             const std::string form = s->vArgs.empty() ? "" : s->vArgs[0];
-            if (form != "Banded_matrix" && form != "Sparse_matrix" && form != "Full_matrix")
+            if (Lower(form) != "banded_matrix" && Lower(form) != "sparse_matrix" && Lower(form) != "full_matrix")
                 Error(s->nLine, "[" + s->sWritten + "] must be Banded_matrix, Sparse_matrix or Full_matrix");
         }
     const IbisSection* count = b.Find("number of pins");

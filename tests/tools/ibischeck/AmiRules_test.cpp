@@ -32,6 +32,11 @@ std::vector<std::string> Check(const std::string& text) {
 
 TEST(AmiRules, ValidFilePassesAndEachBrokenCopyGivesExactlyItsFinding) {
     EXPECT_EQ(Check(kAmi), std::vector<std::string>{});
+    // A group of parameters with its own Description is a group, not a parameter without Usage.
+    EXPECT_EQ(Check(Replace(kAmi, "(level (Usage Out) (Type Float) (Value 0))",
+                            "(tapset (Description \"x\") (0 (Usage In) (Type Tap) (Value 1)) "
+                            "(1 (Usage In) (Type Tap) (Value 0)))")),
+              std::vector<std::string>{});
     const struct {
         std::string from, to, expected;
     } cases[] = {

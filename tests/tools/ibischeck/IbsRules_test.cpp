@@ -139,6 +139,17 @@ TEST(IbsRules, ValidFilesPassAndEachBrokenCopyGivesExactlyItsFinding) {
     for (auto [base, file] : {std::pair{kIbs, "t.ibs"}, {kPkg, "p.pkg"}, {kEbd, "b.ebd"}})
         EXPECT_EQ(Check(dir, file, base), std::vector<std::string>{}) << file;
 
+    // What the IBIS text allows in other words passes too: split C_comp (5.0 and later), reserved
+    // words in another case, a [Comment Char] that names the current comment character.
+    const Case valid[] = {
+        {kIbs, "t.ibs", "C_comp 1pF 0.5pF 2pF", "C_comp_pulldown 1pF 0.5pF 2pF\nC_comp_gnd_clamp 0.1pF NA NA", ""},
+        {kIbs, "t.ibs", "C_pkg 1pF NA NA", "C_pkg 1pF na Na", ""},
+        {kIbs, "t.ibs", "[File Rev] 1\n", "[File Rev] 1\n[Comment Char] |_char\n", ""},
+        {kPkg, "p.pkg", "Full_matrix", "Full_Matrix", ""},
+    };
+    for (const Case& c : valid)
+        EXPECT_EQ(Check(dir, c.file, Replace(c.base, c.from, c.to)), std::vector<std::string>{}) << c.to;
+
     const std::string x120(120, 'x');
     const Case cases[] = {
         {kIbs, "T.ibs", "t.ibs", "T.ibs", "2: ERROR: [File Name] T.ibs must be lower case"},
