@@ -277,8 +277,16 @@ void IbsRules::CheckModel(const Block& b) {
     const IbisSection* ramp = b.Find("ramp");
     if ((pushPull || sink || source) && ramp == nullptr) Error(m.nLine, "model " + name + " has no [Ramp]");
     if (ramp != nullptr) m_tables.CheckRamp(b);
-    for (const IbisSection* s : b.vMembers)
-        if (s->sKeyword == "rising waveform" || s->sKeyword == "falling waveform") m_tables.CheckWaveform(*s, ramp);
+    // [Ramp] is measured into R_load tied to the rail the edge leaves: ground for a rising edge, the
+    // supply for a falling one (an open drain's load always goes to the supply, an open source's to
+    // ground); ECL loads are tied elsewhere and are not compared.
+    for (const IbisSection* s : b.vMembers) {
+        const bool rising = s->sKeyword == "rising waveform";
+        if (!rising && s->sKeyword != "falling waveform") continue;
+        std::optional<double> rail = sink ? vcc : source ? 0.0 : rising ? 0.0 : vcc;
+        if (type.find("ecl") != std::string::npos || vcc == 0) rail.reset();
+        m_tables.CheckWaveform(*s, ramp, rail);
+    }
     for (size_t i = 0; i < b.vMembers.size(); ++i) {
         const std::string& k = b.vMembers[i]->sKeyword;
         if (k == "algorithmic model") CheckAlgorithmicModel(b, i);

@@ -130,7 +130,7 @@ void ModelTables::CheckRamp(const IbisBlock& b) {
         if (found.count(Lower(k)) == 0) Error(s.nLine, std::string("[Ramp] has no ") + k);
 }
 
-void ModelTables::CheckWaveform(const IbisSection& s, const IbisSection* ramp) {
+void ModelTables::CheckWaveform(const IbisSection& s, const IbisSection* ramp, std::optional<double> rampRail) {
     const std::string k = "[" + s.sWritten + "]";
     std::map<std::string, double> fixture;
     std::vector<std::pair<double, double>> wave;  // time (s), V(typ)
@@ -159,10 +159,13 @@ void ModelTables::CheckWaveform(const IbisSection& s, const IbisSection* ramp) {
     for (const char* f : {"R_fixture", "V_fixture"})
         if (fixture.count(Lower(f)) == 0) Error(s.nLine, k + " has no " + f);
     if (wave.size() > kMaxWaveformRows) Error(s.nLine, k + " has more than 1000 rows");
-    if (ramp == nullptr || wave.size() < 2 || fixture.count("r_fixture") == 0) return;
+    if (ramp == nullptr || wave.size() < 2 || fixture.count("r_fixture") == 0 || !rampRail ||
+        fixture.count("v_fixture") == 0 || std::fabs(fixture["v_fixture"] - *rampRail) > 1e-3 * (1 + std::fabs(*rampRail)))
+        return;
 
     // [Ramp] gives the 20 % to 80 % swing over its time, measured into
-    // R_load (50 ohm unless stated); a waveform into the same load must agree.
+    // R_load (50 ohm unless stated) tied to rampRail; a waveform into the
+    // same load must agree.
     const bool rising = s.sKeyword == "rising waveform";
     double rLoad = 50;
     std::optional<double> rampSlope;

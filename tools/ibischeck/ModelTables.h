@@ -5,6 +5,7 @@
 // their agreement with [Ramp].
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "tools/ibischeck/RuleSet.h"
@@ -19,9 +20,11 @@ public:
     double CheckVoltageRange(const IbisBlock& b);
     // vcc: the supply voltage the table's span is judged against.
     void CheckIvTable(const ibis::IbisSection& s, double vcc);
-    // [Ramp] and, against it, every waveform table of the model.
     void CheckRamp(const IbisBlock& b);
-    void CheckWaveform(const ibis::IbisSection& s, const ibis::IbisSection* ramp);
+    // A waveform table; when its fixture is R_load tied to rampRail (the
+    // rail the [Ramp] load goes to for this edge), its 20-80 % slope must
+    // agree with [Ramp] within 20 %.
+    void CheckWaveform(const ibis::IbisSection& s, const ibis::IbisSection* ramp, std::optional<double> rampRail);
 };
 
 }  // namespace ibischeck
