@@ -1,9 +1,7 @@
-// FirKernels: scalar, AVX2 and AVX-512 forms of the block FIR sum. Multiplies
+// FirKernels: the block FIR sum, one source for every instruction set. Multiplies
 // and adds stay separate instructions (no fused multiply-add), and each lane
 // carries one output sample from its first tap to its last.
 #include "blocks/FirKernels.h"
-
-#include <immintrin.h>
 
 #include <algorithm>
 #include <cmath>
@@ -28,44 +26,32 @@ void FirScalar(const double* taps, size_t T, const double* x, double* out, size_
 
 // Whole groups of outputs first (enough sums in flight to hide the latency
 // of the adds), then single vectors, then the scalar remainder.
-__attribute__((target("avx2"))) void FirAvx2(const double* taps, size_t T, const double* x,
-                                             double* out, size_t n) {
+template <int N>
+KV2_LANES_INLINE void FirLanes(const double* taps, size_t T, const double* x, double* out, size_t n) {
     size_t i = 0;
-    for (; i + FirGroupAvx2::kOutputs <= n; i += FirGroupAvx2::kOutputs) {
+    for (; i + FirGroup<N>::kOutputs <= n; i += FirGroup<N>::kOutputs) {
         const double* newest = x + (T - 1) + i;
-        FirGroupAvx2 g;
+        FirGroup<N> g;
         Clear(g);
         for (size_t k = 0; k < T; ++k) AddTap(g, taps[k], newest - k);
         Store(g, out + i);
     }
-    for (; i + 4 <= n; i += 4) {
+    for (; i + N <= n; i += N) {
         const double* newest = x + (T - 1) + i;
-        __m256d a = _mm256_setzero_pd();
-        for (size_t k = 0; k < T; ++k)
-            a = _mm256_add_pd(a, _mm256_mul_pd(_mm256_set1_pd(taps[k]), _mm256_loadu_pd(newest - k)));
-        _mm256_storeu_pd(out + i, a);
+        typename Lanes<N>::V a{};
+        for (size_t k = 0; k < T; ++k) a = a + Broadcast<N>(taps[k]) * Load<N>(newest - k);
+        Store<N>(out + i, a);
     }
     FirScalar(taps, T, x, out, i, n);
 }
 
-__attribute__((target("avx512f"))) void FirAvx512(const double* taps, size_t T, const double* x,
-                                                  double* out, size_t n) {
-    size_t i = 0;
-    for (; i + FirGroupAvx512::kOutputs <= n; i += FirGroupAvx512::kOutputs) {
-        const double* newest = x + (T - 1) + i;
-        FirGroupAvx512 g;
-        Clear(g);
-        for (size_t k = 0; k < T; ++k) AddTap(g, taps[k], newest - k);
-        Store(g, out + i);
-    }
-    for (; i + 8 <= n; i += 8) {
-        const double* newest = x + (T - 1) + i;
-        __m512d a = _mm512_setzero_pd();
-        for (size_t k = 0; k < T; ++k)
-            a = _mm512_add_pd(a, _mm512_mul_pd(_mm512_set1_pd(taps[k]), _mm512_loadu_pd(newest - k)));
-        _mm512_storeu_pd(out + i, a);
-    }
-    FirScalar(taps, T, x, out, i, n);
+__attribute__((target("avx2"))) void FirAvx2(const double* taps, size_t T, const double* x, double* out, size_t n) {
+    FirLanes<4>(taps, T, x, out, n);
+}
+
+__attribute__((target("avx512f"))) void FirAvx512(const double* taps, size_t T, const double* x, double* out,
+                                                  size_t n) {
+    FirLanes<8>(taps, T, x, out, n);
 }
 
 void FirDispatch(SimdLevel level, const double* taps, size_t T, const double* x, double* out,

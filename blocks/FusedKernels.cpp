@@ -3,8 +3,6 @@
 // sums. Every output's sum still runs over k = 0 .. T - 1 in order from +0.0.
 #include "blocks/FusedKernels.h"
 
-#include <immintrin.h>
-
 #include "blocks/FirGroups.h"
 #include "blocks/FirKernels.h"
 
@@ -32,12 +30,11 @@ private:
     size_t m_iReady, m_iM;
 };
 
-// The group loop is written out per instruction set (not shared through a
-// template) so that the vector helpers inline into it.
-__attribute__((target("avx512f"))) void CascadeWithFirAvx512(
-    TwoBiquadRecurrence& cascade, const double* x, double* y, size_t n, const double* taps,
-    size_t T, const double* firIn, double* fir, size_t m, const FirInputProducer* producer) {
-    constexpr size_t G = FirGroupAvx512::kOutputs;
+template <int N>
+KV2_LANES_INLINE void CascadeWithFirLanes(SimdLevel level, TwoBiquadRecurrence& cascade, const double* x, double* y,
+                                          size_t n, const double* taps, size_t T, const double* firIn, double* fir,
+                                          size_t m, const FirInputProducer* producer) {
+    constexpr size_t G = FirGroup<N>::kOutputs;
     TwoBiquadRecurrence c = cascade;
     size_t i = 0, j = 0;
     Inputs inputs(producer, m);
@@ -45,7 +42,7 @@ __attribute__((target("avx512f"))) void CascadeWithFirAvx512(
     for (; i + G <= n && j + G <= m; i += G, j += G) {
         inputs.Need(j + 2 * G);  // the next group's, alongside this one
         const double* newest = firIn + (T - 1) + j;
-        FirGroupAvx512 g;
+        FirGroup<N> g;
         Clear(g);
         size_t k = 0;
         for (size_t r = 0; r < G; ++r) {
@@ -57,33 +54,19 @@ __attribute__((target("avx512f"))) void CascadeWithFirAvx512(
     CascadeOnly(c, x, y, i, n);
     cascade = c;
     inputs.Need(m);
-    if (j < m) FirBlock(SimdLevel::Avx512, taps, T, firIn + j, fir + j, m - j);
+    if (j < m) FirBlock(level, taps, T, firIn + j, fir + j, m - j);
+}
+
+__attribute__((target("avx512f"))) void CascadeWithFirAvx512(
+    TwoBiquadRecurrence& cascade, const double* x, double* y, size_t n, const double* taps,
+    size_t T, const double* firIn, double* fir, size_t m, const FirInputProducer* producer) {
+    CascadeWithFirLanes<8>(SimdLevel::Avx512, cascade, x, y, n, taps, T, firIn, fir, m, producer);
 }
 
 __attribute__((target("avx2"))) void CascadeWithFirAvx2(
     TwoBiquadRecurrence& cascade, const double* x, double* y, size_t n, const double* taps,
     size_t T, const double* firIn, double* fir, size_t m, const FirInputProducer* producer) {
-    constexpr size_t G = FirGroupAvx2::kOutputs;
-    TwoBiquadRecurrence c = cascade;
-    size_t i = 0, j = 0;
-    Inputs inputs(producer, m);
-    inputs.Need(G);
-    for (; i + G <= n && j + G <= m; i += G, j += G) {
-        inputs.Need(j + 2 * G);  // the next group's, alongside this one
-        const double* newest = firIn + (T - 1) + j;
-        FirGroupAvx2 g;
-        Clear(g);
-        size_t k = 0;
-        for (size_t r = 0; r < G; ++r) {
-            y[i + r] = c.Step(x[i + r]);
-            for (const size_t kEnd = (r + 1) * T / G; k < kEnd; ++k) AddTap(g, taps[k], newest - k);
-        }
-        Store(g, fir + j);
-    }
-    CascadeOnly(c, x, y, i, n);
-    cascade = c;
-    inputs.Need(m);
-    if (j < m) FirBlock(SimdLevel::Avx2, taps, T, firIn + j, fir + j, m - j);
+    CascadeWithFirLanes<4>(SimdLevel::Avx2, cascade, x, y, n, taps, T, firIn, fir, m, producer);
 }
 
 }  // namespace
