@@ -2,7 +2,9 @@
 // the block path through AMI_GetWave on a PRBS and on a burst followed by
 // 10^6 zeros, the block path on each instruction set, each stage of it, and
 // the floor that no exact method can beat (the selected filter's two-biquad
-// recurrence alone). The ratios are printed at the end of the run, so that
+// recurrence alone), the core's peak rate of independent multiply+add pairs
+// for scalars and each vector width, and with it the bound no block path can
+// beat on this core. The ratios are printed at the end of the run, so that
 // both sides of each ratio come from the same machine at the same time.
 #include <benchmark/benchmark.h>
 
@@ -15,9 +17,11 @@
 #include <memory>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "ami/KV2_RX_AMI.h"
+#include "blocks/Lanes.h"
 #include "bench/RatioReporter.h"
 #include "model/KV2_RX.h"
 
@@ -233,6 +237,86 @@ void Floor(benchmark::State& state) {
 }
 BENCHMARK(Floor)->Name("d_floor_two_biquads");
 
+// The peak rate of independent multiply+add pairs (a separate multiply and
+// add, as every kernel here does): twelve chains, enough to cover the latency
+// of a multiply followed by an add on two pipes of each kind.
+constexpr int kChains = 12;
+constexpr size_t kRounds = 4096;
+
+template <int N>
+KV2_LANES_INLINE double PeakPairs() {
+    using V = typename Lanes<N>::V;
+    V acc[kChains];
+    for (int k = 0; k < kChains; ++k) acc[k] = Broadcast<N>(k);
+    const V c = Broadcast<N>(0.999999), x = Broadcast<N>(1e-3);
+    for (size_t r = 0; r < kRounds; ++r) {
+#pragma GCC unroll 12
+        for (int k = 0; k < kChains; ++k) acc[k] = acc[k] * c + x;
+    }
+    double sum = 0;
+    for (int k = 0; k < kChains; ++k) sum += acc[k][0];
+    return sum;
+}
+
+double PeakScalar() {
+    double acc[kChains];
+    for (int k = 0; k < kChains; ++k) acc[k] = k;
+    for (size_t r = 0; r < kRounds; ++r) {
+#pragma GCC unroll 12
+        for (int k = 0; k < kChains; ++k) acc[k] = acc[k] * 0.999999 + 1e-3;
+    }
+    double sum = 0;
+    for (int k = 0; k < kChains; ++k) sum += acc[k];
+    return sum;
+}
+__attribute__((target("avx2"))) double PeakAvx2() { return PeakPairs<4>(); }
+__attribute__((target("avx512f"))) double PeakAvx512() { return PeakPairs<8>(); }
+
+// Items are vector pairs: ns per item is the time of one pair of that width.
+void PeakMulAdd(benchmark::State& state) {
+    const SimdLevel level = static_cast<SimdLevel>(state.range(0));
+    for (auto _ : state)
+        benchmark::DoNotOptimize(level == SimdLevel::Avx512 ? PeakAvx512() : level == SimdLevel::Avx2 ? PeakAvx2()
+                                                                                                      : PeakScalar());
+    state.SetItemsProcessed(static_cast<int64_t>(state.iterations() * kRounds * kChains));
+    state.SetLabel(SimdLevelName(level));
+}
+
+// The block path over 10^6 samples in one call, on each instruction set.
+void BlockPathLongAtLevel(benchmark::State& state) {
+    Model model;
+    const SimdLevel level = static_cast<SimdLevel>(state.range(0));
+    const std::vector<double> source = Waveform(1000000);
+    std::vector<double> wave(source.size());
+    for (auto _ : state) {
+        std::copy(source.begin(), source.end(), wave.begin());
+        model.m->RunBlock(wave.data(), wave.size(), level);
+        benchmark::ClobberMemory();
+    }
+    SetSamples(state, wave.size());
+    state.SetLabel(SimdLevelName(level));
+}
+
+// Channels side by side: each thread its own instance through AMI_GetWave.
+// Against one thread, two should come close to twice the samples a second.
+void ChannelsSideBySide(benchmark::State& state) {
+    const std::vector<double> source = Waveform(1280);
+    void* handle = nullptr;
+    char* msg = nullptr;
+    std::string text = kDefaults;
+    if (AMI_Init(nullptr, 0, 0, 1e-12, 100e-12, text.data(), nullptr, &handle, &msg) != 1) std::abort();
+    std::vector<double> wave(source.size());
+    double clock[2];
+    for (auto _ : state) {
+        std::copy(source.begin(), source.end(), wave.begin());
+        AMI_GetWave(wave.data(), static_cast<long>(wave.size()), clock, nullptr, handle);
+        benchmark::ClobberMemory();
+    }
+    SetSamples(state, source.size());
+    AMI_Close(handle);
+}
+BENCHMARK(ChannelsSideBySide)->Name("f_channels")->Threads(1)->Threads(2)->UseRealTime();
+
 
 }  // namespace
 
@@ -243,6 +327,13 @@ int main(int argc, char** argv) {
     for (SimdLevel level : SupportedSimdLevels())
         benchmark::RegisterBenchmark((std::string("c_stage_bessel_fir/") + SimdLevelName(level)).c_str(), StageFir)
             ->Arg(static_cast<int>(level));
+    for (SimdLevel level : SupportedSimdLevels()) {
+        benchmark::RegisterBenchmark((std::string("b_block_path_1M/") + SimdLevelName(level)).c_str(),
+                                     BlockPathLongAtLevel)
+            ->Arg(static_cast<int>(level));
+        benchmark::RegisterBenchmark((std::string("e_peak_mul_add/") + SimdLevelName(level)).c_str(), PeakMulAdd)
+            ->Arg(static_cast<int>(level));
+    }
     benchmark::Initialize(&argc, argv);
     RatioReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
@@ -262,6 +353,33 @@ int main(int argc, char** argv) {
         ratio(tail, "b_prbs_GetWave/1280", 1.5);
     const auto a = ns.find("a_per_sample_path"), b = ns.find("b_prbs_GetWave/1280");
     if (a != ns.end() && b != ns.end()) std::printf("block path %.1fx faster than per sample\n", a->second / b->second);
+
+    // The bound: per output sample the 64-tap FIR's 64 / W pairs of the widest
+    // vectors W and the recurrence's 10 multiplies at the scalar rate, never
+    // below the floor (the recurrence's own latency).
+    const auto at = [&](const std::string& name) { const auto f = ns.find(name); return f == ns.end() ? 0.0 : f->second; };
+    // Benchmarks registered per level are named <what>/<level>/<level number>.
+    const auto perLevel = [&](const std::string& what, SimdLevel level) {
+        return at(what + "/" + SimdLevelName(level) + "/" + std::to_string(static_cast<int>(level)));
+    };
+    const double floor = at("d_floor_two_biquads"), scalarPair = perLevel("e_peak_mul_add", SimdLevel::Scalar);
+    if (floor > 0 && scalarPair > 0) {
+        std::printf("\n%-8s %8s %8s %12s %12s %9s %9s %9s %9s  (ns per sample; target: within 1.25x of the bound)\n",
+                    "level", "floor", "bound", "block 1280", "block 10^6", "/floor", "/bound", "1M/floor", "1M/bound");
+        for (SimdLevel level : SupportedSimdLevels()) {
+            const std::string name = SimdLevelName(level);
+            const int width = level == SimdLevel::Avx512 ? 8 : level == SimdLevel::Avx2 ? 4 : 1;
+            const double pair = perLevel("e_peak_mul_add", level);
+            const double bound = std::max(floor, 64.0 / width * pair + 10.0 * scalarPair);
+            const double shortBlock = perLevel("b_block_path", level), longBlock = perLevel("b_block_path_1M", level);
+            std::printf("%-8s %8.2f %8.2f %12.2f %12.2f %9.2f %9.2f %9.2f %9.2f  %s\n", name.c_str(), floor, bound,
+                        shortBlock, longBlock, shortBlock / floor, shortBlock / bound, longBlock / floor,
+                        longBlock / bound, shortBlock <= 1.25 * bound && longBlock <= 1.25 * bound ? "met" : "NOT met");
+        }
+    }
+    const double one = at("f_channels/real_time/threads:1"), two = at("f_channels/real_time/threads:2");
+    if (one > 0 && two > 0)
+        std::printf("two channels on two threads: %.2fx the samples a second of one (target >= 1.9)\n", one / two);
     benchmark::Shutdown();
     return 0;
 }
