@@ -9,7 +9,7 @@
 #include <string>
 
 #include "tools/base/HostError.h"
-#include "tools/host/WaveformFile.h"
+#include "tools/signal/WaveformFile.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string text(reinterpret_cast<const char*>(data), size);

@@ -13,10 +13,11 @@
 #include <thread>
 
 #include "tools/base/HostError.h"
+#include "tools/base/ProgressBar.h"
 #include "tools/eye/Datasheet.h"
 #include "tools/eye/StatEye.h"
 #include "tools/eye/StatEyeReport.h"
-#include "tools/base/ProgressBar.h"
+#include "tools/host/Campaign.h"
 #include "tools/host/RunReport.h"
 #include "tools/host/Stimulus.h"
 #include "tools/ibis/IbsFile.h"
@@ -88,6 +89,7 @@ std::string Host::ChannelSummary(double bitRate) {
 
 
 int Host::Run(HostOptions o, std::ostream& out) {
+    if (o.vChannelFiles.size() > 1) return Campaign::Run(o, out);
     // Before any work: a run of minutes must not end in "cannot create".
     CreateOutDir(o.sOutDir);
     IbsReceiver rx;

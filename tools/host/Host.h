@@ -27,6 +27,7 @@ struct HostOptions {
     double dAmplitude = 0.5;            // NRZ levels are +/- this, V
     bool bChannel = true;               // pass the PRBS through the built-in channel
     std::string sChannelFile;           // Touchstone channel instead of the built-in one
+    std::vector<std::string> vChannelFiles;  // two or more: a campaign over them (Campaign)
     std::string sPorts = "13-24";       // its differential pairing (4-port and wider)
 
     size_t nBlock = 4096;               // samples per AMI_GetWave call

@@ -13,7 +13,7 @@
 #include "tools/base/HostError.h"
 #include "tools/eye/EyePlot.h"
 #include "tools/eye/StatEyeReport.h"
-#include "tools/host/WaveformFile.h"
+#include "tools/signal/WaveformFile.h"
 #include "tools/signal/Channel.h"
 
 namespace amihost {

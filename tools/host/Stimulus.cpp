@@ -7,7 +7,7 @@
 #include <stdexcept>
 
 #include "tools/base/HostError.h"
-#include "tools/host/WaveformFile.h"
+#include "tools/signal/WaveformFile.h"
 #include "tools/signal/Channel.h"
 #include "tools/signal/Prbs.h"
 #include "tools/signal/TouchstoneChannel.h"

@@ -158,7 +158,9 @@ int main(int argc, char** argv) {
     app.add_option("--amplitude", o.dAmplitude, "NRZ levels are +/- this many volts")->capture_default_str();
     bool noChannel = false;
     app.add_flag("--no-channel", noChannel, "send the PRBS straight to the model");
-    app.add_option("--channel", o.sChannelFile, "Touchstone channel (.s2p, .s4p, ...) instead");
+    std::vector<std::string> channels;
+    app.add_option("--channel", channels,
+                   "Touchstone channel (.s2p, .s4p, ...) instead; give it again for a campaign over several");
     app.add_option("--ports", o.sPorts, "differential pairing of a 4-port: 13-24 or 12-34")->capture_default_str();
 
     app.add_option("--block", block, "samples per AMI_GetWave call")
@@ -232,6 +234,8 @@ int main(int argc, char** argv) {
     if (jobsOption->count() > 0) o.nJobs = static_cast<unsigned>(jobs);
     o.bBitRateGiven = bitRate->count() > 0;
     o.bChannel = !noChannel;
+    if (channels.size() == 1) o.sChannelFile = channels[0];
+    if (channels.size() > 1) o.vChannelFiles = channels;
     o.bProgress = !noProgress;
 
     return RunInWorker(o, callTimeout);

@@ -2,8 +2,10 @@
 // failure, AMI_Close after every failure, the files of a run, and a sweep
 // whose result for a setting equals the single run of that setting.
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <fstream>
@@ -132,15 +134,15 @@ TEST_F(Host, EveryOutcomeHasItsExitCodeAndMessage) {
 
 namespace {
 
-// A lossy line, |S21| = 1/sqrt(1 + (f/5 GHz)^2) with its phase, delayed by
+// A lossy line, |S21| = 1/sqrt(1 + (f/corner)^2) with its phase, delayed by
 // `delay` seconds more: S21 e^(-j 2 pi f delay), as a version 1 2-port.
-std::string LossyLine(double delay) {
+std::string LossyLine(double delay, double cornerHz = 5e9) {
     std::ostringstream t;
     t.precision(12);
     t << "# GHz S RI R 50\n";
     const double pi = 3.14159265358979323846;
     for (int k = 0; k <= 4000; ++k) {
-        const double f = 0.025e9 * k, x = f / 5e9, phase = -2 * pi * f * delay;
+        const double f = 0.025e9 * k, x = f / cornerHz, phase = -2 * pi * f * delay;
         const double re = 1 / (1 + x * x), im = -x / (1 + x * x);  // 1 / (1 + j x)
         const double r21 = re * std::cos(phase) - im * std::sin(phase), i21 = re * std::sin(phase) + im * std::cos(phase);
         t << f / 1e9 << " 0 0 " << r21 << " " << i21 << " " << r21 << " " << i21 << " 0 0\n";
@@ -174,6 +176,32 @@ TEST_F(Host, ALongChannelDelayChangesNoEye) {
     EXPECT_EQ(line(near.out, "best       :").substr(0, 19), line(far.out, "best       :").substr(0, 19));
     const std::string cursorA = line(near.out, "main cursor"), cursorB = line(far.out, "main cursor");
     EXPECT_NEAR(std::stod(cursorA.substr(12)), std::stod(cursorB.substr(12)), 2e-3) << cursorA << " / " << cursorB;
+}
+
+// A campaign runs each channel as it would run alone and picks the setting
+// whose worst eye over the channels is the largest.
+TEST_F(Host, ACampaignRunsEveryChannelWithEverySetting) {
+    Spit(s_dir + "/c1.s2p", LossyLine(0.0));
+    Spit(s_dir + "/c2.s2p", LossyLine(0.0, 2e9));
+    const Result alone = Run(Kit({"--channel", "c2.s2p", "--sweep-eq", "-o", "c2alone"}));
+    const Result all = Run(Kit({"--channel", "c1.s2p", "--channel", "c2.s2p", "--sweep-eq", "-o", "campaign"}));
+    ASSERT_EQ(alone.code, 0) << alone.err;
+    ASSERT_EQ(all.code, 0) << all.err;
+    const std::vector<double> a = Heights(Slurp(s_dir + "/campaign/channel1/summary.json")),
+                              b = Heights(Slurp(s_dir + "/campaign/channel2/summary.json"));
+    EXPECT_EQ(b, Heights(Slurp(s_dir + "/c2alone/summary.json")));
+    ASSERT_EQ(a.size(), 16u);
+    ASSERT_EQ(b.size(), 16u);
+    size_t best = 0;
+    for (size_t k = 1; k < a.size(); ++k)
+        if (std::min(a[k], b[k]) > std::min(a[best], b[best])) best = k;
+    EXPECT_NE(all.out.find("best of all: EQ " + std::to_string(best) + ", worst eye height over the 2 channels "),
+              std::string::npos)
+        << all.out;
+    const nlohmann::json doc = nlohmann::json::parse(Slurp(s_dir + "/campaign/summary.json"));
+    EXPECT_EQ(doc["points"].size(), 32u);
+    EXPECT_EQ(doc["best_overall"]["setting"], std::to_string(best));
+    EXPECT_EQ(doc["best_per_channel"][1]["eye_height_v"], *std::max_element(b.begin(), b.end()));
 }
 
 namespace {

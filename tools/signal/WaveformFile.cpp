@@ -1,5 +1,5 @@
 // WaveformFile: waveform text input and CSV output.
-#include "tools/host/WaveformFile.h"
+#include "tools/signal/WaveformFile.h"
 #include "tools/base/InputFile.h"
 
 #include <cerrno>
