@@ -13,6 +13,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 
 #include "tools/host/AmiLibrary.h"
@@ -146,9 +147,13 @@ std::string ExecutableCheck::Run(const ExecutableLine& e, const std::string& par
                                         std::to_string(kHostBits) + "-bit checker does not load it");
         return "";
     }
+    // The child works in an empty folder of its own: a path relative to ours
+    // must be made absolute before it moves there.
+    std::error_code ec;
+    const std::string library = std::filesystem::absolute(e.sLibrary, ec).string();
     amihost::Sandbox sandbox(limits);
     const amihost::SandboxResult r =
-        sandbox.Run([&](int fd) { return Exercise(fd, e.sLibrary, parameters, getWaveExists); });
+        sandbox.Run([&](int fd) { return Exercise(fd, ec ? e.sLibrary : library, parameters, getWaveExists); });
     if (!r.bStarted) {
         report.Error(shown, e.nLine, name + ": cannot start the child process");
         return "";

@@ -98,6 +98,14 @@ TEST(ExecutableCheck, HostileLibrariesStayWithinTheirLimitsAndLeaveNothingBehind
         EXPECT_EQ(Orphans(), 0) << namespaces;
     }
 
+    // A library named relative to the checker's folder is found from the child's own empty one.
+    const std::string good = MODEL_good, folder = good.substr(0, good.rfind('/'));
+    const std::string here = std::filesystem::current_path().string();
+    std::filesystem::current_path(folder);
+    EXPECT_EQ(Exercise("./" + Base(good)).back(), "7: NOTE: Executable " + Base(good) +
+                                                     " loads; AMI_Init, AMI_GetWave (the step settles) and AMI_Close succeed");
+    std::filesystem::current_path(here);
+
     TempDir dir;
     const std::string outside = dir.Write("outside.bin", "");
     setenv("KV2_TEST_WRITE_PATH", outside.c_str(), 1);
