@@ -1,5 +1,7 @@
 // InputFile: what is read and what is refused, with the reason.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <fstream>
 #include <string>
@@ -10,6 +12,8 @@ TEST(InputFile, OnlyRegularFilesWithinTheCapAreReadAndAByteOrderMarkIsDropped) {
     const std::string dir = ::testing::TempDir(), withMark = dir + "/mark.txt", big = dir + "/big.txt";
     std::ofstream(withMark, std::ios::binary) << "\xEF\xBB\xBF" "0.5\n-0.5\n";
     std::ofstream(big, std::ios::binary) << std::string((1u << 20) + 1, 'x');
+    ::unlink((dir + "/fifo").c_str());
+    ASSERT_EQ(::mkfifo((dir + "/fifo").c_str(), 0600), 0);  // read, it would block forever
     std::string text, problem;
     ASSERT_TRUE(amihost::ReadInputFile(withMark, text, problem)) << problem;
     EXPECT_EQ(text, "0.5\n-0.5\n");
@@ -19,6 +23,7 @@ TEST(InputFile, OnlyRegularFilesWithinTheCapAreReadAndAByteOrderMarkIsDropped) {
         {big, 1u << 20, "is larger than 1 MiB"},
         {dir, amihost::kMaxInputBytes, "is a directory, not a regular file"},
         {"/dev/zero", amihost::kMaxInputBytes, "is a character device, not a regular file"},
+        {dir + "/fifo", amihost::kMaxInputBytes, "is a FIFO (named pipe), not a regular file"},
         {dir + "/none", amihost::kMaxInputBytes, "cannot be read: No such file or directory"},
     };
     for (const auto& r : refused) {

@@ -1,7 +1,10 @@
 // amihost's analyses as a user runs them: rate matching reported in the
 // summary, the datasheet of the kit, the statistical eye next to the
 // bit-by-bit one, a Touchstone channel, and the exit code and message of
-// every way they can be misused.
+// every way they can be misused or fed bad input: option values out of range,
+// requests too large for memory, a model whose output is NaN, an .ami nested
+// deep enough to overflow a recursive reader, and waveform files that would
+// shift, mislead or garble the terminal.
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <sys/wait.h>
@@ -38,14 +41,9 @@ TEST(HostAnalysis, MisuseGetsItsExitCodeAndMessage) {
     ASSERT_EQ(std::system(("mkdir -p '" + kDir + "'").c_str()), 0);
     std::ofstream(kDir + "/bad.s2p") << "# GHz S RI\n1 0 0 1\n";
     std::ofstream(kDir + "/w.txt") << "0\n1\n";
-    ASSERT_EQ(std::system(("rm -f '" + kDir + "/fifo' && mkfifo '" + kDir + "/fifo'").c_str()), 0);
     const struct { std::vector<std::string> args; int code; std::string err; } cases[] = {
         {{"--channel", "none.s4p"}, 5, "amihost: bad file: Touchstone file none.s4p cannot be read: No such file or directory\n"},
         {{"--ibs", "none.ibs"}, 5, "amihost: bad file: IBIS file none.ibs cannot be read: No such file or directory\n"},
-        // Paths that are not regular files are named as what they are, not read.
-        {{"--channel", "."}, 5, "amihost: bad file: Touchstone file . is a directory, not a regular file\n"},
-        {{"--ibs", "/dev/zero"}, 5, "amihost: bad file: IBIS file /dev/zero is a character device, not a regular file\n"},
-        {{"--input", "fifo"}, 5, "amihost: bad file: waveform file fifo is a FIFO (named pipe), not a regular file\n"},
         {{"--channel", "bad.s2p"}, 5, "amihost: bad file: bad.s2p:2: incomplete data: the last frequency point has 4 of 9 numbers\n"},
         {{"--channel", "bad.s2p", "--ports", "1-2"}, 6, "amihost: bad parameter: --ports 1-2 is not a pairing such as 13-24, 12-34 or 1,3-2,4\n"},
         {{"--stat-eye", "--input", "w.txt"}, 6,
@@ -134,4 +132,51 @@ TEST(HostAnalysis, RateDatasheetAndStatisticalEyeOfTheKit) {
     ASSERT_EQ(std::system(ibs.c_str()), 0);
     EXPECT_EQ(Summary("ibs")["ibis"]["termination_ohms"], 60.0);
     EXPECT_EQ(Summary("ibs")["library"], KV2_RX_SO_PATH);
+}
+
+TEST(HostAnalysis, BadInputEndsInItsOwnCodeAndMessage) {
+    const std::string big = "amihost: bad parameter: --bits 2000000 x --samples-per-bit 100",
+                      limit = " is more than the 134217728 samples amihost keeps in memory",
+                      kHeader = "(KV2_RX (Reserved_Parameters (AMI_Version (Usage Info) (Type String) (Value \"7.0\")))";
+    std::string deep = kHeader + "(Model_Specific ";
+    for (int i = 0; i < 20000; ++i) deep += "(g ";
+    deep += "(EQ (Usage In) (Type Integer) (Default 1))" + std::string(20002, ')');
+    // A sample rate of 1e300 makes every filter tap NaN while AMI_Init succeeds.
+    const std::string nan = kHeader + "(Model_Specific (SampleRate (Usage In) (Type Float) (Range 1e300 1 1e301))"
+                            " (SamplesPerBit (Usage In) (Type Integer) (Value 32))))";
+    // file: an .ami given with --ami, or a waveform (w*) given with --input.
+    const struct { std::string file, text; std::vector<std::string> args; int code; std::string err; } cases[] = {
+        {"", "", {"--bits", "-1"}, 2, "--bits: must be a whole number from 1 to 1000000000, not -1"},
+        {"", "", {"--bits", "1e6"}, 2, "--bits: must be a whole number from 1 to 1000000000, not 1e6"},
+        {"", "", {"--samples-per-bit", "100001"}, 2, "--samples-per-bit: must be a whole number from 1 to 100000, not 100001"},
+        {"", "", {"--block", "-1"}, 2, "--block: must be a whole number from 1 to 134217728, not -1"},
+        {"", "", {"--ignore-bits", "-5"}, 2, "--ignore-bits: must be a whole number from 0 to 1000000000, not -5"},
+        {"", "", {"--bits", "2000000"}, 6, big + limit},
+        {"", "", {"--bits", "2000000", "--sweep-eq"}, 6, big + " for each of 16 settings" + limit},
+        {"n.ami", nan, {"--bits", "300", "--samples-per-bit", "32", "--set", "SampleRate=1e300", "-o", "n"}, 10,
+         "amihost: non-finite output (the report above and n/summary.json say what the model returned)"},
+        {"d.ami", deep, {}, 5, "amihost: bad file: d.ami is not a valid .ami file: groups are nested deeper than 64 levels"},
+        // The parser ends the process on a whitespace run longer than a line; quotes keep one.
+        {"q.ami", kHeader + "(Model_Specific (Corner (Usage In) (Type String) (Value \"a" + std::string(127, '\f') + "b\"))))",
+         {}, 5, "amihost: bad file: q.ami is not a valid .ami file: a quoted text holds 127 blanks in a row, more than "
+         "the 120 the parser reads"},
+        {"", "", {"--set", "Corner=\"Typ" + std::string(200, ' ') + "x\""}, 6,
+         "amihost: bad parameter: parameter Corner cannot hold 200 blanks in a row: the model's parser reads at most 120"},
+        {"w1", "nan\n0.1\n", {}, 5, "amihost: bad file: w1:1: not a finite number in \"nan\""},
+        {"w2", "t,v\n0,0.1\n1e-12,0.2\n2.5e-12,0.3\n3e-12,0.1\n", {}, 5,
+         "amihost: bad file: waveform file w2: sample 3 at 2.5e-12 s breaks the even time step of 1e-12 s"},
+        {"w4", "-1e308,0.1\n1e308,0.2\n", {}, 5, "amihost: bad file: waveform file w4: the times span more than a number can hold"},
+        {"w3", "0.1\n\x01\x1b[31m\xff 01234567890123456789012345678901234567890123456789012345\n", {}, 5,
+         "amihost: bad file: w3:2: not a number in \"\\x01\\x1B[31m\\xFF 0123456789012345678901234567890123456789012345678901...\""},
+    };
+    ASSERT_EQ(std::system(("mkdir -p '" + kDir + "'").c_str()), 0);
+    for (const auto& c : cases) {
+        std::vector<std::string> args = c.args;
+        if (!c.file.empty()) std::ofstream(kDir + "/" + c.file, std::ios::binary) << c.text;
+        if (c.file[0] == 'w') args.insert(args.begin(), {"--input", c.file});
+        const Result r = Amihost(args, c.file.find(".ami") != std::string::npos ? c.file : KIT_AMI_PATH);
+        EXPECT_EQ(r.code, c.code) << c.file << " " << (args.empty() ? "" : args[0]);
+        EXPECT_EQ(r.err.substr(0, r.err.find('\n')), c.err);
+        EXPECT_TRUE(c.code != 10 || r.out.find("\nmodel output: sample 1 is -nan, not finite\n") != std::string::npos);
+    }
 }
