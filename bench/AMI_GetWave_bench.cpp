@@ -173,11 +173,11 @@ void StageJitter(benchmark::State& state) {
 BENCHMARK(StageJitter)->Name("c_stage_jitter_delay");
 
 // The whole block path on each instruction set, as a host without the wider
-// ones would run it (blocks of 1280).
-void BlockPathAtLevel(benchmark::State& state) {
+// ones would run it, in calls of `samples` (1280, and 10^6 in one call).
+void BlockPathAtLevel(benchmark::State& state, size_t samples) {
     Model model;
     const SimdLevel level = static_cast<SimdLevel>(state.range(0));
-    const std::vector<double> source = Waveform(1280);
+    const std::vector<double> source = Waveform(samples);
     std::vector<double> wave(source.size());
     Ticks ticks;
     for (auto _ : state) {
@@ -282,21 +282,6 @@ void PeakMulAdd(benchmark::State& state) {
     state.SetLabel(SimdLevelName(level));
 }
 
-// The block path over 10^6 samples in one call, on each instruction set.
-void BlockPathLongAtLevel(benchmark::State& state) {
-    Model model;
-    const SimdLevel level = static_cast<SimdLevel>(state.range(0));
-    const std::vector<double> source = Waveform(1000000);
-    std::vector<double> wave(source.size());
-    for (auto _ : state) {
-        std::copy(source.begin(), source.end(), wave.begin());
-        model.m->RunBlock(wave.data(), wave.size(), level);
-        benchmark::ClobberMemory();
-    }
-    SetSamples(state, wave.size());
-    state.SetLabel(SimdLevelName(level));
-}
-
 // Channels side by side: each thread its own instance through AMI_GetWave.
 // Against one thread, two should come close to twice the samples a second.
 void ChannelsSideBySide(benchmark::State& state) {
@@ -322,14 +307,15 @@ BENCHMARK(ChannelsSideBySide)->Name("f_channels")->Threads(1)->Threads(2)->UseRe
 
 int main(int argc, char** argv) {
     for (SimdLevel level : SupportedSimdLevels())
-        benchmark::RegisterBenchmark((std::string("b_block_path/") + SimdLevelName(level)).c_str(), BlockPathAtLevel)
+        benchmark::RegisterBenchmark((std::string("b_block_path/") + SimdLevelName(level)).c_str(), BlockPathAtLevel,
+                                     size_t(1280))
             ->Arg(static_cast<int>(level));
     for (SimdLevel level : SupportedSimdLevels())
         benchmark::RegisterBenchmark((std::string("c_stage_bessel_fir/") + SimdLevelName(level)).c_str(), StageFir)
             ->Arg(static_cast<int>(level));
     for (SimdLevel level : SupportedSimdLevels()) {
         benchmark::RegisterBenchmark((std::string("b_block_path_1M/") + SimdLevelName(level)).c_str(),
-                                     BlockPathLongAtLevel)
+                                     BlockPathAtLevel, size_t(1000000))
             ->Arg(static_cast<int>(level));
         benchmark::RegisterBenchmark((std::string("e_peak_mul_add/") + SimdLevelName(level)).c_str(), PeakMulAdd)
             ->Arg(static_cast<int>(level));

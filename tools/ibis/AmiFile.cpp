@@ -138,6 +138,12 @@ std::string AmiFile::Clean(const std::string& text) {
     return out;
 }
 
+size_t AmiFile::LongestBlankRun(const std::string& text) {
+    size_t run = 0, longest = 0;
+    for (char c : text) longest = std::max(longest, run = CMN_IsWhitespace(c) ? run + 1 : 0);
+    return longest;
+}
+
 AmiFile AmiFile::Load(const std::string& path) {
     std::string text, problem;
     if (!ReadInputFile(path, text, problem)) throw HostError(ExitCode::kBadFile, ".ami file " + path + " " + problem);
@@ -153,8 +159,7 @@ AmiFile AmiFile::Parse(const std::string& text, const std::string& origin) {
                                                 std::to_string(kMaxNesting) + " levels");
     // Whitespace is kept inside quotes; the parser ends the process on a run
     // longer than a line (the model's own guard), so say so instead.
-    size_t run = 0, longest = 0;
-    for (char c : clean) longest = std::max(longest, run = CMN_IsWhitespace(c) ? run + 1 : 0);
+    const size_t longest = LongestBlankRun(clean);
     if (longest > kMaxBlankRun)
         throw HostError(ExitCode::kBadFile, origin + " is not a valid .ami file: a quoted text holds " +
                                                 std::to_string(longest) + " blanks in a row, more than the " +

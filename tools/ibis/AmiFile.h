@@ -34,6 +34,8 @@ public:
     static constexpr size_t kMaxNesting = 64;
     // Longest run of whitespace the parameter parser accepts (one line).
     static constexpr size_t kMaxBlankRun = 120;
+    // The longest run of whitespace in text, as the parser counts it.
+    static size_t LongestBlankRun(const std::string& text);
 
     // Reads and parses the file. Throws HostError(kBadFile) naming the file
     // and the reason.

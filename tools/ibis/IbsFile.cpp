@@ -20,11 +20,13 @@ namespace amihost {
 
 namespace {
 
-struct Model {
-    std::vector<std::vector<std::string>> vExecutables;   // platform, library, .ami
-    double dRgnd = 0.0, dRpower = 0.0;                    // typ, ohms; 0 when absent
-    std::vector<std::pair<double, double>> vGndClamp;     // V, I typ
-};
+// A receiver's Executable lines: a transmitter's are not ours.
+std::vector<const ibis::IbisExecutable*> RxExecutables(const ibis::IbisModelInfo& m) {
+    std::vector<const ibis::IbisExecutable*> out;
+    for (const ibis::IbisExecutable& e : m.vExecutables)
+        if (Lower(e.sKeyword) != "executable_tx") out.push_back(&e);
+    return out;
+}
 
 std::string Names(const std::vector<std::string>& names) {
     std::string s;
@@ -54,24 +56,11 @@ IbsReceiver IbsFile::Parse(const std::string& text, const std::string& origin, c
     const ibis::IbsModel file = ibis::IbsModel::Read(sections);
     if (!file.vProblems.empty()) throw bad(at(file.vProblems[0].first) + file.vProblems[0].second);
     std::vector<std::string> components, modelOrder;
-    std::map<std::string, std::vector<std::string>> pinModels;   // component -> models of its pins
-    std::map<std::string, Model> models;
-    for (const ibis::IbisComponentInfo& c : file.vComponents) {
-        components.push_back(c.sName);
-        auto& pins = pinModels[c.sName];
-        pins.insert(pins.end(), c.vPinModels.begin(), c.vPinModels.end());
-    }
+    for (const ibis::IbisComponentInfo& c : file.vComponents) components.push_back(c.sName);
     for (const ibis::IbisModelInfo& info : file.vModels) {
         modelOrder.push_back(info.sName);
-        Model& model = models[info.sName];
-        for (const ibis::IbisExecutable& e : info.vExecutables) {
-            if (Lower(e.sKeyword) == "executable_tx") continue;  // a transmitter's, not ours
-            if (e.sAmi.empty()) throw bad(at(e.nLine) + "Executable needs a platform, a library and an .ami file");
-            model.vExecutables.push_back({e.sPlatform, e.sLibrary, e.sAmi});
-        }
-        model.dRgnd = info.dRgnd.value_or(0.0);
-        model.dRpower = info.dRpower.value_or(0.0);
-        model.vGndClamp = info.vGndClamp;
+        for (const ibis::IbisExecutable* e : RxExecutables(info))
+            if (e->sAmi.empty()) throw bad(at(e->nLine) + "Executable needs a platform, a library and an .ami file");
     }
 
     IbsReceiver r;
@@ -86,39 +75,44 @@ IbsReceiver IbsFile::Parse(const std::string& text, const std::string& origin, c
         throw bad("choose a component with --component (the file has: " + Names(components) + ")");
     }
     if (!modelName.empty()) {
-        if (models.count(modelName) == 0) throw bad("no [Model] " + modelName + " (the file has: " + Names(modelOrder) + ")");
-        if (models[modelName].vExecutables.empty()) throw bad("[Model] " + modelName + " has no [Algorithmic Model]");
+        const ibis::IbisModelInfo* named = file.FindModel(modelName);
+        if (named == nullptr) throw bad("no [Model] " + modelName + " (the file has: " + Names(modelOrder) + ")");
+        if (RxExecutables(*named).empty()) throw bad("[Model] " + modelName + " has no [Algorithmic Model]");
         r.sModel = modelName;
     } else {
         std::vector<std::string> candidates;
-        for (const std::string& m : pinModels[r.sComponent])
-            if (models.count(m) && !models[m].vExecutables.empty() &&
-                std::find(candidates.begin(), candidates.end(), m) == candidates.end())
-                candidates.push_back(m);
+        for (const ibis::IbisComponentInfo& c : file.vComponents)
+            if (c.sName == r.sComponent)
+                for (const std::string& pin : c.vPinModels) {
+                    const ibis::IbisModelInfo* used = file.FindModel(pin);
+                    if (used != nullptr && !RxExecutables(*used).empty() &&
+                        std::find(candidates.begin(), candidates.end(), pin) == candidates.end())
+                        candidates.push_back(pin);
+                }
         if (candidates.size() != 1)
             throw bad(candidates.empty() ? "no pin of [Component] " + r.sComponent + " uses a model with an [Algorithmic Model]"
                                          : "choose a model with --model (" + r.sComponent + " uses: " + Names(candidates) + ")");
         r.sModel = candidates[0];
     }
-    const Model& m = models[r.sModel];
+    const ibis::IbisModelInfo& m = *file.FindModel(r.sModel);
     std::vector<std::string> platforms;
-    for (const auto& e : m.vExecutables) {
-        platforms.push_back(e[0]);
+    for (const ibis::IbisExecutable* e : RxExecutables(m)) {
+        platforms.push_back(e->sPlatform);
         // Platform names read <OS>_<compiler>_<bits>.
-        const std::string p = Lower(e[0]);
+        const std::string p = Lower(e->sPlatform);
         if (r.sLibrary.empty() && p.rfind("linux", 0) == 0 && p.size() >= 3 && p.substr(p.size() - 3) == "_64") {
-            r.sPlatform = e[0];
-            r.sLibrary = (std::filesystem::path(folder) / e[1]).string();
-            r.sAmiFile = (std::filesystem::path(folder) / e[2]).string();
+            r.sPlatform = e->sPlatform;
+            r.sLibrary = (std::filesystem::path(folder) / e->sLibrary).string();
+            r.sAmiFile = (std::filesystem::path(folder) / e->sAmi).string();
         }
     }
     if (r.sLibrary.empty())
         throw bad("[Model] " + r.sModel + " has no Executable for Linux x86-64 (it has: " + Names(platforms) + ")");
 
-    if (m.dRgnd > 0.0 || m.dRpower > 0.0) {
-        r.dTerminationOhms = m.dRgnd > 0.0 && m.dRpower > 0.0 ? 1.0 / (1.0 / m.dRgnd + 1.0 / m.dRpower)
-                                                              : (m.dRgnd > 0.0 ? m.dRgnd : m.dRpower);
-        r.sTermination = m.dRgnd > 0.0 && m.dRpower > 0.0 ? "[Rgnd] || [Rpower]" : (m.dRgnd > 0.0 ? "[Rgnd]" : "[Rpower]");
+    const double rgnd = m.dRgnd.value_or(0.0), rpower = m.dRpower.value_or(0.0);
+    if (rgnd > 0.0 || rpower > 0.0) {
+        r.dTerminationOhms = rgnd > 0.0 && rpower > 0.0 ? 1.0 / (1.0 / rgnd + 1.0 / rpower) : (rgnd > 0.0 ? rgnd : rpower);
+        r.sTermination = rgnd > 0.0 && rpower > 0.0 ? "[Rgnd] || [Rpower]" : (rgnd > 0.0 ? "[Rgnd]" : "[Rpower]");
     } else {
         const auto& c = m.vGndClamp;
         for (size_t i = 0; i + 1 < c.size(); ++i)

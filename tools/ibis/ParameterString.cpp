@@ -8,7 +8,6 @@
 #include <cmath>
 #include <cstdlib>
 
-#include "amiparams/IbisParser/cmn.h"
 #include "tools/base/HostError.h"
 
 namespace amihost {
@@ -124,8 +123,7 @@ void ParameterString::Set(const std::string& name, const std::string& value) {
     // Blanks around a value are the shell's, not the value's.
     const size_t first = value.find_first_not_of(" \t"), last = value.find_last_not_of(" \t");
     const std::string trimmed = first == std::string::npos ? std::string() : value.substr(first, last - first + 1);
-    size_t run = 0, longest = 0;
-    for (char c : trimmed) longest = std::max(longest, run = CMN_IsWhitespace(c) ? run + 1 : 0);
+    const size_t longest = AmiFile::LongestBlankRun(trimmed);
     if (longest > AmiFile::kMaxBlankRun)
         throw HostError(ExitCode::kBadParameter, "parameter " + name + " cannot hold " + std::to_string(longest) +
                                                      " blanks in a row: the model's parser reads at most " +
