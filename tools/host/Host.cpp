@@ -13,11 +13,12 @@
 #include <thread>
 
 #include "tools/base/HostError.h"
+#include "tools/base/HtmlPage.h"
 #include "tools/base/ProgressBar.h"
 #include "tools/eye/Datasheet.h"
 #include "tools/eye/StatEye.h"
 #include "tools/eye/StatEyeReport.h"
-#include "tools/host/Campaign.h"
+#include "tools/eye/EyePlot.h"
 #include "tools/host/RunReport.h"
 #include "tools/host/Stimulus.h"
 #include "tools/ibis/IbsFile.h"
@@ -68,13 +69,19 @@ int RunDatasheet(const HostOptions& o, const AmiLibrary& lib, ParameterString ba
     CreateOutDir(o.sOutDir);
     const std::string png = (std::filesystem::path(o.sOutDir) / "datasheet.png").string();
     const std::string json = (std::filesystem::path(o.sOutDir) / "summary.json").string();
+    const std::string html = (std::filesystem::path(o.sOutDir) / "report.html").string();
     Datasheet::Plot(o.sSweepParam, rows, std::min(0.5 / dt, 25e9), png);
     nlohmann::ordered_json doc = {{"library", o.sLibrary},       {"ami_file", o.sAmiFile},
                                   {"root", ami.RootName()},      {"sample_interval_s", dt},
                                   {"parameter", o.sSweepParam},  {"rate_match", RateJson(rate)},
-                                  {"datasheet", Datasheet::Json(rows)}, {"files", {png, json}}};
+                                  {"datasheet", Datasheet::Json(rows)}, {"files", {png, json, html}}};
     WriteText(json, doc.dump(2) + "\n");
-    out << "wrote      : " << png << " " << json << "\n";
+    HtmlPage page("amihost datasheet: " + ami.RootName());
+    page.Settings({{"library", o.sLibrary}, {"ami file", o.sAmiFile}, {"sample interval", Fmt("%g", dt) + " s"}});
+    page.Preformatted(Datasheet::Table(o.sSweepParam, rows));
+    page.Image("datasheet", png);
+    WriteText(html, page.Text());
+    out << "wrote      : " << png << " " << json << " " << html << "\n";
     return 0;
 }
 
@@ -89,7 +96,6 @@ std::string Host::ChannelSummary(double bitRate) {
 
 
 int Host::Run(HostOptions o, std::ostream& out) {
-    if (o.vChannelFiles.size() > 1) return Campaign::Run(o, out);
     // Before any work: a run of minutes must not end in "cannot create".
     CreateOutDir(o.sOutDir);
     IbsReceiver rx;
@@ -125,7 +131,14 @@ int Host::Run(HostOptions o, std::ostream& out) {
                                                      " (the ignored bits plus " + std::to_string(2 * kMaxLatencyUI) +
                                                      " for the latency search)");
 
-    const size_t runs = o.bSweep ? std::max<size_t>(1, base.SweepValues(o.sSweepParam).size()) : 1;
+    size_t runs = 1;
+    if (o.bSweep && o.fWanted) {
+        runs = 0;
+        for (const std::string& v : base.SweepValues(o.sSweepParam)) runs += o.fWanted(v) ? 1 : 0;
+        runs = std::max<size_t>(1, runs);
+    } else if (o.bSweep) {
+        runs = std::max<size_t>(1, base.SweepValues(o.sSweepParam).size());
+    }
     const Stimulus stim = MakeStimulus(o, rx.dTerminationOhms, runs);
     const size_t delayBits = static_cast<size_t>(stim.iChannelDelay / stim.iSamplesPerBit);
     if (o.sInput.empty() && delayBits > 0 && o.nBits < ignoreBits + delayBits + 2 * kMaxLatencyUI)
@@ -139,6 +152,7 @@ int Host::Run(HostOptions o, std::ostream& out) {
     std::vector<Outcome> outcomes;
     if (o.bSweep) {
         for (const std::string& v : base.SweepValues(o.sSweepParam)) {
+            if (o.fWanted && !o.fWanted(v)) continue;
             ParameterString p = base;
             p.Set(o.sSweepParam, v);
             Outcome oc;
@@ -182,6 +196,31 @@ int Host::Run(HostOptions o, std::ostream& out) {
     ProgressBar progress(stim.vWave.size() * outcomes.size(), o.bSweep ? "sweeping " + o.sSweepParam : "running",
                          o.bProgress);
     {
+        // A campaign keeps each run's result as soon as it has ended.
+        auto Report = [&](Outcome& oc) {
+            if (!o.fDone || oc.failure) return;
+            PointResult p;
+            p.sSetting = oc.sValue;
+            p.iInitResult = oc.run.iInitResult;
+            p.iGetWaveResult = oc.run.iGetWaveResult;
+            if (oc.run.bHasMessage) p.sMessage = oc.run.sMessage;
+            p.nNonFinite = oc.nNonFinite;
+            p.bMeasured = Measured(oc);
+            p.bOpen = oc.eye.bOpen;
+            p.dHeight = oc.eye.dHeight;
+            p.dWidthUI = oc.eye.dWidthUI;
+            if (p.bMeasured)
+                p.fWriteEye = [&](const std::string& path) {
+                    EyePlot plot;
+                    plot.Render(oc.run.vOutput, stim.iSamplesPerBit, oc.eye, ignoreBits, Title(oc));
+                    plot.WritePng(path);
+                };
+            try {
+                o.fDone(p);
+            } catch (...) {
+                oc.failure = std::current_exception();
+            }
+        };
         // Each run makes its own instance and measures its own eye; threads
         // take the next run until none is left.
         size_t next = 0;
@@ -199,17 +238,24 @@ int Host::Run(HostOptions o, std::ostream& out) {
                 mine.sLabel = outcomes[i].sLabel;
                 Outcome& oc = outcomes[i];
                 oc.run = ModelRun::Run(lib, mine, stim.vWave, &progress.Counter());
-                if (oc.run.iInitResult == 0 || oc.run.iGetWaveResult == 0) continue;
+                if (oc.run.iInitResult == 0 || oc.run.iGetWaveResult == 0) {
+                    Report(oc);
+                    continue;
+                }
                 // A NaN or infinite sample would read as an open eye.
                 const auto bad = std::find_if(oc.run.vOutput.begin(), oc.run.vOutput.end(),
                                               [](double v) { return !std::isfinite(v); });
                 oc.nNonFinite = bad == oc.run.vOutput.end() ? 0 : static_cast<size_t>(bad - oc.run.vOutput.begin()) + 1;
-                if (oc.nNonFinite != 0) continue;
+                if (oc.nNonFinite != 0) {
+                    Report(oc);
+                    continue;
+                }
                 try {
                     oc.eye = MeasureEye(stim, oc.run.vOutput, ignoreBits);
                 } catch (...) {
                     oc.failure = std::current_exception();
                 }
+                Report(oc);
             }
         };
         unsigned jobs = o.nJobs != 0 ? o.nJobs : std::max(1u, std::thread::hardware_concurrency());

@@ -5,11 +5,25 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <ostream>
 #include <string>
 #include <vector>
 
 namespace amihost {
+
+// What a campaign keeps of one setting's run once it has ended.
+struct PointResult {
+    std::string sSetting;           // the swept value; "" for a run without a sweep
+    long iInitResult = 0;
+    long iGetWaveResult = 0;
+    std::string sMessage;           // what AMI_Init said, if anything
+    size_t nNonFinite = 0;          // 1 + index of the first NaN or infinite output sample; 0: none
+    bool bMeasured = false;         // the eye below was measured
+    bool bOpen = false;
+    double dHeight = 0.0, dWidthUI = 0.0;
+    std::function<void(const std::string& path)> fWriteEye;  // draws the eye diagram (measured runs)
+};
 
 struct HostOptions {
     std::string sLibrary;               // model library (.so); "" to take it from sIbsFile
@@ -28,6 +42,8 @@ struct HostOptions {
     bool bChannel = true;               // pass the PRBS through the built-in channel
     std::string sChannelFile;           // Touchstone channel instead of the built-in one
     std::vector<std::string> vChannelFiles;  // two or more: a campaign over them (Campaign)
+    int iShard = 1, nShards = 1;        // --shard K/N: the campaign's K-th of N parts of its points
+    bool bResume = false;               // keep the points already done in sOutDir
     std::string sPorts = "13-24";       // its differential pairing (4-port and wider)
 
     size_t nBlock = 4096;               // samples per AMI_GetWave call
@@ -44,6 +60,11 @@ struct HostOptions {
     double dNoiseRms = 0.0;             // its Rx noise, V rms
     double dRjRms = 0.0;                // its Rx random jitter, s rms
     bool bDatasheet = false;            // measure every setting of sSweepParam instead of running a pattern
+
+    // Set by a campaign: the settings to run (null: all), and what to do with
+    // each as it ends. fDone is called from the run's threads.
+    std::function<bool(const std::string& setting)> fWanted;
+    std::function<void(const PointResult&)> fDone;
 };
 
 class Host {

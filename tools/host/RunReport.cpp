@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include "tools/base/HostError.h"
+#include "tools/base/HtmlPage.h"
 #include "tools/eye/EyePlot.h"
 #include "tools/eye/StatEyeReport.h"
 #include "tools/signal/WaveformFile.h"
@@ -72,9 +73,18 @@ nlohmann::ordered_json RunJson(const Outcome& o, double bitTime) {
 }
 
 void WriteText(const std::string& path, const std::string& text) {
-    std::ofstream f(path, std::ios::binary);
-    f << text;
-    if (!f) throw HostError(ExitCode::kOutputFailed, "cannot write " + path);
+    // Written aside and renamed, so that a stopped run leaves the old file
+    // or the new one, never half of one.
+    const std::string part = path + ".part";
+    {
+        std::ofstream f(part, std::ios::binary);
+        f << text;
+        f.flush();
+        if (!f) throw HostError(ExitCode::kOutputFailed, "cannot write " + path);
+    }
+    std::error_code ec;
+    std::filesystem::rename(part, path, ec);
+    if (ec) throw HostError(ExitCode::kOutputFailed, "cannot write " + path + ": " + ec.message());
 }
 
 std::string Title(const Outcome& o) {
@@ -249,6 +259,7 @@ void WriteResults(const RunRecord& r, std::ostream& out) {
     j["runs"] = runList;
     j["best"] = best < outcomes.size() ? nlohmann::ordered_json(best) : null;
     written.push_back(path("summary.json"));
+    written.push_back(path("report.html"));
     j["files"] = written;
     j["rate_match"] = RateJson(r.rate);
     if (statEyeDone) j["stat_eye"] = StatEyeReport::Json(*r.pStatEye, *r.pStatSettings);
@@ -257,6 +268,31 @@ void WriteResults(const RunRecord& r, std::ostream& out) {
                      {"model", r.rx.sModel},          {"platform", r.rx.sPlatform},
                      {"termination_ohms", r.rx.dTerminationOhms}, {"termination_from", r.rx.sTermination}};
     WriteText(path("summary.json"), j.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n");
+
+    HtmlPage page("amihost: " + r.sRoot);
+    page.Settings({{"library", o.sLibrary},
+                   {"ami file", o.sAmiFile},
+                   {"stimulus", stim.sDescription},
+                   {"channel", stim.bChannel ? stim.sChannel : std::string("none")},
+                   {"parameters", r.sBaseParameters},
+                   {"ignored bits", std::to_string(ignoreBits)}});
+    std::vector<std::vector<std::string>> rows;
+    for (const Outcome& oc : outcomes) {
+        const bool m = Measured(oc);
+        rows.push_back({oc.sValue.empty() ? oc.sLabel : oc.sValue, std::to_string(oc.run.iInitResult),
+                        m ? Fmt("%.4f", oc.eye.dHeight) : "-", m ? Fmt("%.3f", oc.eye.dWidthUI) : "-",
+                        !m ? (oc.run.iInitResult == 0 ? "AMI_Init failed"
+                              : oc.run.iGetWaveResult == 0 ? "AMI_GetWave failed" : NonFinite(oc))
+                           : (oc.eye.bOpen ? "" : "closed")});
+    }
+    page.Table("results", {o.bSweep ? o.sSweepParam : "run", "AMI_Init", "eye height (V)", "eye width (UI)", "note"},
+               rows);
+    if (best < outcomes.size())
+        page.Paragraph("best: " + outcomes[best].sLabel + ", " + EyeLine(outcomes[best].eye, stim.dBitTime));
+    for (const std::string& w : written)
+        if (w.size() > 4 && w.compare(w.size() - 4, 4, ".png") == 0)
+            page.Image(std::filesystem::path(w).filename().string(), w);
+    WriteText(path("report.html"), page.Text());
 
     out << "wrote      :";
     for (const std::string& w : written) out << " " << w;

@@ -38,11 +38,14 @@ std::string NonFinite(const Outcome& o);
 // "AMI_Init returned 1, message: ..."
 std::string InitLine(const RunResult& r);
 std::string EyeLine(const EyeResult& e, double bitTime);
+// The title of its eye diagram: "EQ 7: H 0.184 V, W 0.62 UI".
+std::string Title(const Outcome& o);
 nlohmann::ordered_json RateJson(const RateMatchResult& rate);
 void PrintRate(const RateMatchResult& rate, std::ostream& out);
 // Index of the best outcome: the largest eye height, then the widest eye,
 // then the first.
 size_t Best(const std::vector<Outcome>& outcomes);
+// Replaces the file as a whole: a stopped run leaves the old text or the new.
 void WriteText(const std::string& path, const std::string& text);
 // Creates the output folder and checks that it can be written into.
 void CreateOutDir(const std::string& dir);

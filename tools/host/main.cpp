@@ -14,7 +14,9 @@
 #include <cstring>
 #include <iostream>
 #include <string>
+#include <vector>
 
+#include "tools/campaign/Campaign.h"
 #include "tools/signal/Channel.h"
 #include "tools/host/Host.h"
 #include "tools/base/HostError.h"
@@ -42,7 +44,7 @@ CLI::Validator Count(long long lo, long long hi) {
 int RunHere(const amihost::HostOptions& o) {
     using amihost::ExitCode;
     try {
-        const int code = amihost::Host::Run(o, std::cout);
+        const int code = amihost::Campaign::Wanted(o) ? amihost::Campaign::Run(o, std::cout) : amihost::Host::Run(o, std::cout);
         if (code != 0) {
             std::cout.flush();
             std::fprintf(stderr, "amihost: %s (the report above and %s/summary.json say what the model returned)\n",
@@ -118,10 +120,44 @@ int RunInWorker(const amihost::HostOptions& o, int callTimeoutSeconds) {
                                              " (signal " + std::to_string(sig) + ", " + strsignal(sig) + ")");
 }
 
+// amihost merge --out DIR SHARD_DIR...
+int Merge(int argc, char** argv) {
+    using amihost::ExitCode;
+    std::string outDir;
+    std::vector<std::string> shards;
+    CLI::App app{"amihost merge: combines the folders of a campaign's shards (--shard K/N) into the results\n"
+                 "of the whole campaign: its table, summary.json and report.html."};
+    app.add_option("-o,--out", outDir, "folder for the merged results")->required();
+    app.add_option("shards", shards, "the shards' --out folders, one for each of the N shards")->required();
+    app.footer("Refused: folders of different campaigns (library, .ami, channels or options differ), a shard\n"
+               "missing or given twice, a shard with points not done (finish it with --resume).\n"
+               "\nFull reference: docs/amihost.md");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::CallForHelp& e) {
+        return app.exit(e);
+    } catch (const CLI::ParseError& e) {
+        app.exit(e);
+        return static_cast<int>(ExitCode::kUsage);
+    }
+    try {
+        return amihost::Campaign::Merge(outDir, shards, std::cout);
+    } catch (const amihost::HostError& e) {
+        std::cout.flush();
+        std::fprintf(stderr, "amihost merge: %s: %s\n", amihost::ExitCodeName(e.Code()), amihost::Printable(e.what()).c_str());
+        return static_cast<int>(e.Code());
+    } catch (const std::exception& e) {
+        std::cout.flush();
+        std::fprintf(stderr, "amihost merge: error: %s\n", e.what());
+        return 1;
+    }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     using amihost::ExitCode;
+    if (argc > 1 && std::string(argv[1]) == "merge") return Merge(argc - 1, argv + 1);
     amihost::HostOptions o;
     // Counts are read signed and range-checked here, so that "-1" is refused
     // by name instead of wrapping to a huge unsigned value.
@@ -161,6 +197,19 @@ int main(int argc, char** argv) {
     std::vector<std::string> channels;
     app.add_option("--channel", channels,
                    "Touchstone channel (.s2p, .s4p, ...) instead; give it again for a campaign over several");
+    std::string shard;
+    app.add_option("--shard", shard, "run only the K-th of N parts of the campaign's points (1-based)")
+        ->type_name("K/N")
+        ->check(CLI::Validator(
+            [](std::string& text) {
+                int k = 0, n = 0;
+                char end = 0;
+                if (std::sscanf(text.c_str(), "%d/%d%c", &k, &n, &end) != 2 || n < 1 || n > 100000 || k < 1 || k > n)
+                    return "must be K/N with 1 <= K <= N <= 100000, not " + text;
+                return std::string();
+            },
+            "K/N"));
+    app.add_flag("--resume", o.bResume, "keep the campaign points already done in --out and run the rest");
     app.add_option("--ports", o.sPorts, "differential pairing of a 4-port: 13-24 or 12-34")->capture_default_str();
 
     app.add_option("--block", block, "samples per AMI_GetWave call")
@@ -216,6 +265,9 @@ int main(int argc, char** argv) {
         "10 the model's output holds NaN or infinite samples, 11 the model crashed or ended the process,\n"
         "12 a call into the model did not return within --call-timeout. The model runs in a worker process;\n"
         "codes 11 and 12 name the call it was in.\n"
+        "\nCampaigns: --channel given more than once runs every channel with every setting; --shard K/N\n"
+        "runs the K-th of N parts of those points, 'amihost merge --out DIR SHARD_DIR...' joins them, and\n"
+        "--resume keeps the points already done in --out. Each point's result is kept as soon as it ends.\n"
         "\nExample: amihost --lib build/KV2_RX_x64.so --ami kit/KV2_RX.ami --prbs 15 --bit-rate 15.625e9 \\\n"
         "           --samples-per-bit 64 --sweep-eq --stat-eye\n"
         "\nFull reference: docs/amihost.md");
@@ -236,6 +288,7 @@ int main(int argc, char** argv) {
     o.bChannel = !noChannel;
     if (channels.size() == 1) o.sChannelFile = channels[0];
     if (channels.size() > 1) o.vChannelFiles = channels;
+    if (!shard.empty()) std::sscanf(shard.c_str(), "%d/%d", &o.iShard, &o.nShards);
     o.bProgress = !noProgress;
 
     return RunInWorker(o, callTimeout);
