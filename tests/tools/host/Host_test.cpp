@@ -13,61 +13,13 @@
 #include <string>
 #include <vector>
 
+#include "AmihostTest.h"
+
 namespace {
 
-struct Result { int code; std::string out, err; };
+using namespace amihost_test;
 
-std::string Slurp(const std::string& path) {
-    std::ostringstream s;
-    s << std::ifstream(path, std::ios::binary).rdbuf();
-    return s.str();
-}
-
-void Spit(const std::string& path, const std::string& text) { std::ofstream(path, std::ios::binary) << text; }
-
-class Host : public ::testing::Test {
-protected:
-    static void SetUpTestSuite() {
-        char tmpl[] = "/tmp/amihost_test_XXXXXX";
-        ASSERT_NE(mkdtemp(tmpl), nullptr);
-        s_dir = tmpl;
-        Spit(s_dir + "/stub.ami",
-             "(Stub (Reserved_Parameters (AMI_Version (Usage Info) (Type String) (Value \"7.0\")))\n"
-             " (Model_Specific (Mode (Usage In) (Type Integer) (Range 0 0 5) (Default 0))))\n");
-        Spit(s_dir + "/broken.ami", "(KV2_RX (Reserved_Parameters (AMI_Version (Usage Info))\n");
-        Spit(s_dir + "/wave.txt", "0.1\n0.2\nabc\n");
-    }
-    static void TearDownTestSuite() { std::system(("rm -rf '" + s_dir + "'").c_str()); }
-
-    // Runs amihost with the arguments (each single-quoted), from the test
-    // folder, with the stub's call log at stub.log.
-    static Result Run(const std::vector<std::string>& args) {
-        std::string cmd = "cd '" + s_dir + "' && AMIHOST_STUB_LOG=stub.log '" AMIHOST_PATH "'";
-        for (const std::string& a : args) cmd += " '" + a + "'";
-        const int status = std::system((cmd + " > out.txt 2> err.txt").c_str());
-        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, Slurp(s_dir + "/out.txt"), Slurp(s_dir + "/err.txt")};
-    }
-
-    // A short run of the real model: PRBS7, 300 bits of 32 samples.
-    static std::vector<std::string> Kit(std::vector<std::string> extra) {
-        extra.insert(extra.begin(), {"--lib", KV2_RX_SO_PATH, "--ami", KIT_AMI_PATH, "--bits", "300", "--bit-rate", "31.25e9",
-                                     "--samples-per-bit", "32", "--set", "SamplesPerBit=32", "--ignore-bits", "20",
-                                     "--no-progress"});
-        return extra;
-    }
-
-    static std::string s_dir;
-};
-
-std::string Host::s_dir;
-
-// The "eye" objects of a summary, in run order.
-std::vector<std::string> Eyes(const std::string& json) {
-    std::vector<std::string> eyes;
-    for (size_t at = json.find("\"eye\": {"); at != std::string::npos; at = json.find("\"eye\": {", at + 1))
-        eyes.push_back(json.substr(at, json.find('}', at) - at));
-    return eyes;
-}
+class Host : public AmihostTest {};
 
 }  // namespace
 
@@ -132,32 +84,6 @@ TEST_F(Host, EveryOutcomeHasItsExitCodeAndMessage) {
     EXPECT_EQ(Run({"--lib", KV2_RX_SO_PATH, "--ami", KIT_AMI_PATH, "--prbs", "9"}).code, 2);
 }
 
-namespace {
-
-// A lossy line, |S21| = 1/sqrt(1 + (f/corner)^2) with its phase, delayed by
-// `delay` seconds more: S21 e^(-j 2 pi f delay), as a version 1 2-port.
-std::string LossyLine(double delay, double cornerHz = 5e9) {
-    std::ostringstream t;
-    t.precision(12);
-    t << "# GHz S RI R 50\n";
-    const double pi = 3.14159265358979323846;
-    for (int k = 0; k <= 4000; ++k) {
-        const double f = 0.025e9 * k, x = f / cornerHz, phase = -2 * pi * f * delay;
-        const double re = 1 / (1 + x * x), im = -x / (1 + x * x);  // 1 / (1 + j x)
-        const double r21 = re * std::cos(phase) - im * std::sin(phase), i21 = re * std::sin(phase) + im * std::cos(phase);
-        t << f / 1e9 << " 0 0 " << r21 << " " << i21 << " " << r21 << " " << i21 << " 0 0\n";
-    }
-    return t.str();
-}
-
-std::vector<double> Heights(const std::string& json) {
-    std::vector<double> h;
-    for (const std::string& eye : Eyes(json)) h.push_back(std::stod(eye.substr(eye.find("\"height_v\": ") + 12)));
-    return h;
-}
-
-}  // namespace
-
 // A channel 200 UI long gives the eyes, the best setting and the statistical
 // eye of the same channel without the delay.
 TEST_F(Host, ALongChannelDelayChangesNoEye) {
@@ -180,30 +106,6 @@ TEST_F(Host, ALongChannelDelayChangesNoEye) {
 
 // A campaign runs each channel as it would run alone and picks the setting
 // whose worst eye over the channels is the largest.
-TEST_F(Host, ACampaignRunsEveryChannelWithEverySetting) {
-    Spit(s_dir + "/c1.s2p", LossyLine(0.0));
-    Spit(s_dir + "/c2.s2p", LossyLine(0.0, 2e9));
-    const Result alone = Run(Kit({"--channel", "c2.s2p", "--sweep-eq", "-o", "c2alone"}));
-    const Result all = Run(Kit({"--channel", "c1.s2p", "--channel", "c2.s2p", "--sweep-eq", "-o", "campaign"}));
-    ASSERT_EQ(alone.code, 0) << alone.err;
-    ASSERT_EQ(all.code, 0) << all.err;
-    const std::vector<double> a = Heights(Slurp(s_dir + "/campaign/channel1/summary.json")),
-                              b = Heights(Slurp(s_dir + "/campaign/channel2/summary.json"));
-    EXPECT_EQ(b, Heights(Slurp(s_dir + "/c2alone/summary.json")));
-    ASSERT_EQ(a.size(), 16u);
-    ASSERT_EQ(b.size(), 16u);
-    size_t best = 0;
-    for (size_t k = 1; k < a.size(); ++k)
-        if (std::min(a[k], b[k]) > std::min(a[best], b[best])) best = k;
-    EXPECT_NE(all.out.find("best of all: EQ " + std::to_string(best) + ", worst eye height over the 2 channels "),
-              std::string::npos)
-        << all.out;
-    const nlohmann::json doc = nlohmann::json::parse(Slurp(s_dir + "/campaign/summary.json"));
-    EXPECT_EQ(doc["points"].size(), 32u);
-    EXPECT_EQ(doc["best_overall"]["setting"], std::to_string(best));
-    EXPECT_EQ(doc["best_per_channel"][1]["eye_height_v"], *std::max_element(b.begin(), b.end()));
-}
-
 namespace {
 
 // A 2-port with a flat S21 of `s21` at each of `frequenciesGHz`.
