@@ -104,6 +104,7 @@ int Campaign::Run(const HostOptions& given, std::ostream& out) {
         HostOptions one = o;
         one.vChannelFiles.clear();
         one.sChannelFile = m.vChannels[c];
+        if (!o.vPorts.empty()) one.sPorts = o.vPorts[c];
         one.sOutDir = (std::filesystem::path(o.sOutDir) / ("channel" + std::to_string(c + 1))).string();
         one.fWanted = [&wanted](const std::string& v) { return wanted.count(v) != 0; };
         one.fDone = [&, c](const PointResult& p) {

@@ -67,6 +67,7 @@ std::string CampaignStore::Fingerprint(const HostOptions& o) {
                      double(o.bStatEye), o.dNoiseRms, o.dRjRms})
         h.AddNumber(d);
     h.Add(o.sPorts);
+    for (const std::string& p : o.vPorts) h.Add(p);
     h.Add(o.sSweepParam);
     char s[20];
     std::snprintf(s, sizeof s, "%016" PRIx64, h.v);

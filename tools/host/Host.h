@@ -45,6 +45,7 @@ struct HostOptions {
     int iShard = 1, nShards = 1;        // --shard K/N: the campaign's K-th of N parts of its points
     bool bResume = false;               // keep the points already done in sOutDir
     std::string sPorts = "13-24";       // its differential pairing (4-port and wider)
+    std::vector<std::string> vPorts;    // one pairing per campaign channel, when they differ
 
     size_t nBlock = 4096;               // samples per AMI_GetWave call
     long iIgnoreBits = -1;              // bits left out of the eye; -1: the .ami's Ignore_Bits, else 100

@@ -210,7 +210,10 @@ int main(int argc, char** argv) {
             },
             "K/N"));
     app.add_flag("--resume", o.bResume, "keep the campaign points already done in --out and run the rest");
-    app.add_option("--ports", o.sPorts, "differential pairing of a 4-port: 13-24 or 12-34")->capture_default_str();
+    std::vector<std::string> ports;
+    app.add_option("--ports", ports,
+                   "differential pairing of a 4-port: 13-24 or 12-34; once for all channels or once per --channel")
+        ->default_str(o.sPorts);
 
     app.add_option("--block", block, "samples per AMI_GetWave call")
         ->check(Count(1, 1LL << 27))->capture_default_str();
@@ -288,6 +291,15 @@ int main(int argc, char** argv) {
     o.bChannel = !noChannel;
     if (channels.size() == 1) o.sChannelFile = channels[0];
     if (channels.size() > 1) o.vChannelFiles = channels;
+    if (ports.size() == 1) o.sPorts = ports[0];
+    if (ports.size() > 1) {
+        if (ports.size() != channels.size()) {
+            std::fprintf(stderr, "amihost: bad command line: --ports is given %zu times for %zu channels: give it once, "
+                                 "or once per --channel\n", ports.size(), channels.size());
+            return static_cast<int>(ExitCode::kUsage);
+        }
+        o.vPorts = ports;
+    }
     if (!shard.empty()) std::sscanf(shard.c_str(), "%d/%d", &o.iShard, &o.nShards);
     o.bProgress = !noProgress;
 
