@@ -2,13 +2,18 @@
 // and the merging of shards.
 #include "tools/campaign/Campaign.h"
 
+#include <algorithm>
+#include <atomic>
+#include <exception>
 #include <filesystem>
 #include <map>
 #include <set>
 #include <sstream>
+#include <thread>
 
 #include "tools/base/HostError.h"
 #include "tools/base/InputFile.h"
+#include "tools/base/ProgressBar.h"
 #include "tools/campaign/CampaignReport.h"
 #include "tools/campaign/CampaignStore.h"
 #include "tools/host/RunReport.h"
@@ -28,6 +33,10 @@ std::vector<CampaignPoint> ReadHeld(const CampaignManifest& m, const std::string
         if (m.Holds(i) && CampaignStore::ReadPoint(dir, i, p, problem)) points.push_back(p);
     }
     return points;
+}
+
+std::string ChannelDir(const std::string& out, size_t c) {
+    return (std::filesystem::path(out) / ("channel" + std::to_string(c + 1))).string();
 }
 
 std::string Shard(const CampaignManifest& m) {
@@ -84,8 +93,11 @@ int Campaign::Run(const HostOptions& given, std::ostream& out) {
 
     std::map<std::string, size_t> settingIndex;
     for (size_t s = 0; s < m.vSettings.size(); ++s) settingIndex.emplace(m.vSettings[s], s);
+    // What each channel has left to run.
+    std::vector<std::set<std::string>> wanted(m.vChannels.size());
+    std::vector<size_t> todo;
+    size_t points = 0;
     for (size_t c = 0; c < m.vChannels.size(); ++c) {
-        std::set<std::string> wanted;
         size_t held = 0;
         for (size_t s = 0; s < m.vSettings.size(); ++s) {
             const size_t index = c * m.vSettings.size() + s;
@@ -93,32 +105,62 @@ int Campaign::Run(const HostOptions& given, std::ostream& out) {
             std::string problem;
             if (!m.Holds(index)) continue;
             ++held;
-            if (!(o.bResume && CampaignStore::ReadPoint(o.sOutDir, index, done, problem))) wanted.insert(m.vSettings[s]);
+            if (!(o.bResume && CampaignStore::ReadPoint(o.sOutDir, index, done, problem))) wanted[c].insert(m.vSettings[s]);
         }
-        const std::string name = m.vChannels[c].empty() ? "built-in" : m.vChannels[c];
-        out << "channel " << c + 1 << "  : " << name;
-        if (wanted.empty()) {
+        out << "channel " << c + 1 << "  : " << (m.vChannels[c].empty() ? "built-in" : m.vChannels[c]);
+        if (wanted[c].empty()) {
             out << (held == 0 ? " (none of its points is in this shard)\n" : " (its points are done already)\n");
             continue;
         }
-        HostOptions one = o;
-        one.vChannelFiles.clear();
-        one.sChannelFile = m.vChannels[c];
-        if (!o.vPorts.empty()) one.sPorts = o.vPorts[c];
-        one.sOutDir = (std::filesystem::path(o.sOutDir) / ("channel" + std::to_string(c + 1))).string();
-        one.fWanted = [&wanted](const std::string& v) { return wanted.count(v) != 0; };
-        one.fDone = [&, c](const PointResult& p) {
-            CampaignStore::WritePoint(o.sOutDir, c * m.vSettings.size() + settingIndex.at(p.sSetting), p);
-        };
-        out << " (report and results in " << one.sOutDir << ")\n";
-        std::ostringstream report;
-        try {
-            Host::Run(one, report);
-        } catch (const HostError& e) {
-            throw HostError(e.Code(), "channel " + name + ": " + e.what());
-        }
-        WriteText((std::filesystem::path(one.sOutDir) / "report.txt").string(), report.str());
+        out << " (report and results in " << ChannelDir(o.sOutDir, c) << ")\n";
+        todo.push_back(c);
+        points += wanted[c].size();
     }
+
+    // Channels run side by side, each with its share of the threads: a
+    // channel's own preparation (its response, the pattern through it) is
+    // serial, and runs while the other channels' settings run.
+    const unsigned jobs = o.nJobs != 0 ? o.nJobs : std::max(1u, std::thread::hardware_concurrency());
+    const size_t lanes = std::max<size_t>(1, std::min<size_t>(jobs, todo.size()));
+    ProgressBar progress(points, "campaign", o.bProgress);
+    std::vector<std::exception_ptr> failures(m.vChannels.size());
+    std::atomic<size_t> next{0};
+    auto lane = [&] {
+        for (size_t t; (t = next++) < todo.size();) {
+            const size_t c = todo[t];
+            HostOptions one = o;
+            one.vChannelFiles.clear();
+            one.sChannelFile = m.vChannels[c];
+            if (!o.vPorts.empty()) one.sPorts = o.vPorts[c];
+            one.sOutDir = ChannelDir(o.sOutDir, c);
+            one.nJobs = static_cast<unsigned>(std::max<size_t>(1, jobs / lanes));
+            one.bProgress = false;
+            one.fWanted = [&wanted, c](const std::string& v) { return wanted[c].count(v) != 0; };
+            one.fDone = [&, c](const PointResult& p) {
+                CampaignStore::WritePoint(o.sOutDir, c * m.vSettings.size() + settingIndex.at(p.sSetting), p);
+                ++progress.Counter();
+            };
+            std::ostringstream report;
+            try {
+                try {
+                    Host::Run(one, report);
+                } catch (const HostError& e) {
+                    throw HostError(e.Code(), "channel " + (m.vChannels[c].empty() ? "built-in" : m.vChannels[c]) +
+                                                  ": " + e.what());
+                }
+                WriteText((std::filesystem::path(one.sOutDir) / "report.txt").string(), report.str());
+            } catch (...) {
+                failures[c] = std::current_exception();
+            }
+        }
+    };
+    std::vector<std::thread> threads;
+    for (size_t t = 1; t < lanes; ++t) threads.emplace_back(lane);
+    lane();
+    for (std::thread& t : threads) t.join();
+    progress.Finish();
+    for (const std::exception_ptr& f : failures)
+        if (f) std::rethrow_exception(f);
     return CampaignReport::Finish(m, ReadHeld(m, o.sOutDir), o.sOutDir, out);
 }
 
