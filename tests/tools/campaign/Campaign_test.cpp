@@ -100,20 +100,18 @@ TEST_F(Campaign, ThreeShardsMergedGiveTheWholeCampaign) {
 }
 
 TEST_F(Campaign, MergesAndResumesThatWouldMixCampaignsAreRefused) {
-    const std::vector<std::string> c1 = {"--channel", "c1.s2p", "--sweep-eq"};
+    // One channel's sweep in two shards; x3 splits it in three, `other` is another campaign.
     auto shard = [&](const std::string& dir, const std::string& k, std::vector<std::string> extra = {}) {
-        std::vector<std::string> args = Kit(c1);
-        args.insert(args.end(), {"--shard", k, "-o", dir});
+        std::vector<std::string> args = Kit({"--channel", "c1.s2p", "--sweep-eq", "--shard", k, "-o", dir});
         args.insert(args.end(), extra.begin(), extra.end());
-        const Result r = Run(args);
-        EXPECT_EQ(r.code, 0) << r.err;
+        return args;
     };
-    shard("r1", "1/2");
-    shard("r2", "2/2");
-    shard("x3", "2/3");
-    shard("other", "2/2", {"--amplitude", "0.4"});
+    for (const auto& args :
+         {shard("r1", "1/2"), shard("r2", "2/2"), shard("x3", "2/3"), shard("other", "2/2", {"--amplitude", "0.4"})})
+        ASSERT_EQ(Run(args).code, 0);
     std::filesystem::remove(s_dir + "/r2/points/point-00001.json");
     const std::string bad = "amihost merge: bad file: ";
+    // err: the start of standard error.
     const struct { std::vector<std::string> args; int code; std::string err; } cases[] = {
         {{"merge", "--out", "m", "r1"}, 5, bad + "shard 2 of 2 is missing\n"},
         {{"merge", "--out", "m", "r1", "r1"}, 5, bad + "shard 1 of 2 is given twice: r1 and r1\n"},
@@ -124,28 +122,17 @@ TEST_F(Campaign, MergesAndResumesThatWouldMixCampaignsAreRefused) {
         {{"merge", "--out", "m", "r1", "nothing"}, 5, bad + "nothing holds no campaign results (no campaign.json)\n"},
         {{"merge", "--out", "r1", "r1", "r2"}, 2,
          "amihost merge: usage error: --out r1 is one of the shards' folders: merge into another\n"},
+        {{"merge", "--out", "m", "r1", "other"}, 5, bad + "other is from another campaign than r1 (fingerprint "},
+        {shard("r2", "2/2", {"--resume", "--amplitude", "0.4"}), 6,
+         "amihost: bad parameter: --resume: r2 holds the results of another campaign (fingerprint "},
+        {shard("r2", "1/2", {"--resume"}), 6, "amihost: bad parameter: --resume: r2 holds shard 2 of 2, not shard 1 of 2\n"},
     };
     for (const auto& c : cases) {
         const Result r = Run(c.args);
         EXPECT_EQ(r.code, c.code) << c.err;
-        EXPECT_EQ(r.err, c.err);
+        EXPECT_EQ(r.err.substr(0, c.err.size()), c.err);
     }
-    const Result mixed = Run({"merge", "--out", "m", "r1", "other"});
-    EXPECT_EQ(mixed.code, 5);
-    EXPECT_EQ(mixed.err.rfind(bad + "other is from another campaign than r1 (fingerprint ", 0), 0u) << mixed.err;
-    std::vector<std::string> resumeOther = Kit(c1);
-    resumeOther.insert(resumeOther.end(), {"--shard", "2/2", "--resume", "-o", "r2", "--amplitude", "0.4"});
-    const Result refused = Run(resumeOther);
-    EXPECT_EQ(refused.code, 6);
-    EXPECT_EQ(refused.err.rfind("amihost: bad parameter: --resume: r2 holds the results of another campaign", 0), 0u)
-        << refused.err;
-    std::vector<std::string> resumeShard = Kit(c1);
-    resumeShard.insert(resumeShard.end(), {"--shard", "1/2", "--resume", "-o", "r2"});
-    EXPECT_EQ(Run(resumeShard).err, "amihost: bad parameter: --resume: r2 holds shard 2 of 2, not shard 1 of 2\n");
-
-    std::vector<std::string> resume = Kit(c1);
-    resume.insert(resume.end(), {"--shard", "2/2", "--resume", "-o", "r2"});
-    ASSERT_EQ(Run(resume).code, 0);
+    ASSERT_EQ(Run(shard("r2", "2/2", {"--resume"})).code, 0);
     const Result fixed = Run({"merge", "--out", "m", "r1", "r2"});
     EXPECT_EQ(fixed.code, 0) << fixed.err;
     EXPECT_EQ(nlohmann::json::parse(Slurp(s_dir + "/m/summary.json"))["points"].size(), 16u);
