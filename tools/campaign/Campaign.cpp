@@ -7,6 +7,7 @@
 #include <exception>
 #include <filesystem>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <set>
 #include <sstream>
 #include <thread>
@@ -149,6 +150,11 @@ int Campaign::Run(const HostOptions& given, std::ostream& out) {
                                                   ": " + e.what());
                 }
                 WriteText((std::filesystem::path(one.sOutDir) / "report.txt").string(), report.str());
+                std::string summary, problem;
+                const std::string path = (std::filesystem::path(one.sOutDir) / "summary.json").string();
+                if (!ReadInputFile(path, summary, problem)) throw HostError(ExitCode::kOutputFailed, path + " " + problem);
+                WriteText(CampaignStore::ChannelPath(o.sOutDir, c),
+                          nlohmann::json::parse(summary).at("channel").dump(2) + "\n");
             } catch (...) {
                 failures[c] = std::current_exception();
             }
@@ -219,6 +225,13 @@ int Campaign::Merge(const std::string& outDir, const std::vector<std::string>& s
                 if (!ReadInputFile(from, bytes, problem)) throw HostError(ExitCode::kBadFile, from + " " + problem);
                 WriteText(CampaignStore::PointPath(outDir, i, ext), bytes);
             }
+        }
+    for (size_t c = 0; c < whole.vChannels.size(); ++c)
+        for (const std::string& dir : shardDirs) {
+            std::string bytes, problem;
+            if (!ReadInputFile(CampaignStore::ChannelPath(dir, c), bytes, problem)) continue;
+            WriteText(CampaignStore::ChannelPath(outDir, c), bytes);
+            break;
         }
     whole.iShard = whole.nShards = 1;
     CampaignStore::WriteManifest(outDir, whole);

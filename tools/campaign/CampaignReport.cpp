@@ -9,6 +9,7 @@
 
 #include "tools/base/HostError.h"
 #include "tools/base/HtmlPage.h"
+#include "tools/base/InputFile.h"
 #include "tools/host/RunReport.h"
 
 namespace amihost {
@@ -49,6 +50,31 @@ int CampaignReport::Finish(const CampaignManifest& m, const std::vector<Campaign
     for (size_t i = 0; i < m.Points(); ++i) held += m.Holds(i) ? 1 : 0;
     const bool whole = m.nShards == 1 && points.size() == m.Points();
 
+    // What the channels' runs said of them, where this folder has it.
+    nlohmann::ordered_json details = nlohmann::ordered_json::array();
+    std::vector<std::vector<std::string>> channelRows;
+    for (size_t c = 0; c < m.vChannels.size(); ++c) {
+        std::string text, problem;
+        if (!ReadInputFile(CampaignStore::ChannelPath(outDir, c), text, problem)) {
+            details.push_back(nullptr);
+            continue;
+        }
+        const nlohmann::ordered_json j = nlohmann::ordered_json::parse(text);
+        details.push_back(j);
+        std::string warnings;
+        for (const auto& w : j.value("warnings", nlohmann::ordered_json::array())) {
+            std::string text = w.get<std::string>();
+            if (text.rfind("WARNING: ", 0) == 0) text.erase(0, 9);
+            out << "WARNING: " << channelName(c) << ": " << text << "\n";
+            warnings += (warnings.empty() ? "" : "; ") + text;
+        }
+        const auto number = [&](const char* key, double scale, const char* format) {
+            return j.contains(key) && j[key].is_number() ? Fmt(format, j[key].get<double>() * scale) : std::string("-");
+        };
+        channelRows.push_back({channelName(c), j.value("model", std::string()), number("loss_at_nyquist_db", 1.0, "%.1f"),
+                               number("delay_s", 1e9, "%.3f"), warnings});
+    }
+
     char row[512];
     std::snprintf(row, sizeof row, "%-32s  %8s  %14s  %14s\n", "channel", m.sParameter.c_str(), "eye height (V)",
                   "eye width (UI)");
@@ -84,6 +110,10 @@ int CampaignReport::Finish(const CampaignManifest& m, const std::vector<Campaign
                    {"channels", std::to_string(m.vChannels.size())},
                    {"points", std::to_string(m.Points())},
                    {"fingerprint", m.sFingerprint}});
+    if (!channelRows.empty()) {
+        page.Heading("Channels");
+        page.Table("channels", {"channel", "model", "loss at Nyquist (dB)", "delay (ns)", "warnings"}, channelRows);
+    }
     page.Heading("Results");
     page.Table("results", {"channel", m.sParameter, "eye height (V)", "eye width (UI)", "status"}, cells);
 
@@ -144,6 +174,7 @@ int CampaignReport::Finish(const CampaignManifest& m, const std::vector<Campaign
                                         {"shard", m.iShard},
                                         {"shards", m.nShards},
                                         {"channels", m.vChannels},
+                                        {"channel_details", details},
                                         {"points", list},
                                         {"best_per_channel", perChannel},
                                         {"best_overall", best}};

@@ -113,6 +113,12 @@ std::string CampaignStore::PointPath(const std::string& dir, size_t index, const
     return (std::filesystem::path(dir) / "points" / name).string();
 }
 
+std::string CampaignStore::ChannelPath(const std::string& dir, size_t channel) {
+    char name[40];
+    std::snprintf(name, sizeof name, "channel-%05zu.json", channel + 1);
+    return (std::filesystem::path(dir) / "points" / name).string();
+}
+
 void CampaignStore::WritePoint(const std::string& dir, size_t index, const PointResult& p) {
     CreateOutDir((std::filesystem::path(dir) / "points").string());
     if (p.fWriteEye) {
@@ -169,7 +175,7 @@ void CampaignStore::ClearPoints(const std::string& dir) {
     std::error_code ec;
     for (const auto& f : std::filesystem::directory_iterator(points, ec)) {
         const std::string name = f.path().filename().string();
-        if (name.rfind("point-", 0) == 0) std::filesystem::remove(f.path(), ec);
+        if (name.rfind("point-", 0) == 0 || name.rfind("channel-", 0) == 0) std::filesystem::remove(f.path(), ec);
     }
 }
 

@@ -4,7 +4,8 @@
 // channels and every option that changes a result), its channels and
 // settings, and which shard of it the folder holds; points/ holds one
 // result per finished point, point-00007.json with its eye diagram
-// point-00007.png, each file written whole or not at all.
+// point-00007.png, and what each channel's run said of its channel,
+// channel-00002.json; each file written whole or not at all.
 #pragma once
 
 #include <cstddef>
@@ -53,6 +54,9 @@ public:
     // False with `problem` empty when the point has no result, or with the
     // reason when its file cannot be read.
     static bool ReadPoint(const std::string& dir, size_t index, CampaignPoint& p, std::string& problem);
+    // What a channel's run said of the channel: summary.json's "channel"
+    // (description, loss at Nyquist, delay, warnings), kept beside the points.
+    static std::string ChannelPath(const std::string& dir, size_t channel);
     // Removes the results of an earlier campaign in the folder.
     static void ClearPoints(const std::string& dir);
 };
