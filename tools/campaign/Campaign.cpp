@@ -66,12 +66,18 @@ int Campaign::Run(const HostOptions& given, std::ostream& out) {
     m.sParameter = o.sSweepParam;
     m.bSweep = o.bSweep;
     m.vChannels = o.vChannelFiles.empty() ? std::vector<std::string>{o.sChannelFile} : o.vChannelFiles;
-    m.vSettings = {""};
+    ParameterString base(AmiFile::Load(o.sAmiFile));
+    for (const std::string& s : o.vSets) base.SetAssignment(s);
     if (o.bSweep) {
-        ParameterString base(AmiFile::Load(o.sAmiFile));
-        for (const std::string& s : o.vSets) base.SetAssignment(s);
         m.vSettings = base.SweepValues(o.sSweepParam);
         if (m.vSettings.empty()) throw HostError(ExitCode::kBadParameter, o.sSweepParam + " has no values to sweep");
+    } else {
+        // One point per channel, at the parameter's value ("" for a model without it).
+        m.vSettings = {""};
+        try {
+            m.vSettings[0] = base.Get(o.sSweepParam);
+        } catch (const HostError&) {
+        }
     }
     m.iShard = o.iShard;
     m.nShards = o.nShards;
@@ -138,7 +144,8 @@ int Campaign::Run(const HostOptions& given, std::ostream& out) {
             one.bProgress = false;
             one.fWanted = [&wanted, c](const std::string& v) { return wanted[c].count(v) != 0; };
             one.fDone = [&, c](const PointResult& p) {
-                CampaignStore::WritePoint(o.sOutDir, c * m.vSettings.size() + settingIndex.at(p.sSetting), p);
+                const size_t setting = o.bSweep ? settingIndex.at(p.sSetting) : 0;
+                CampaignStore::WritePoint(o.sOutDir, c * m.vSettings.size() + setting, p);
                 ++progress.Counter();
             };
             std::ostringstream report;

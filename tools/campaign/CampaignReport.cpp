@@ -149,7 +149,9 @@ int CampaignReport::Finish(const CampaignManifest& m, const std::vector<Campaign
         std::string line;
         if (overall < settings) {
             line = m.sParameter + " " + settingName(overall) + ", worst eye height over the " +
-                   std::to_string(m.vChannels.size()) + " channels " + Fmt("%.4f", worst[overall]) + " V";
+                   (m.vChannels.size() == 1 ? std::string("1 channel ")
+                                            : std::to_string(m.vChannels.size()) + " channels ") +
+                   Fmt("%.4f", worst[overall]) + " V";
             best = {{"setting", settingName(overall)}, {"worst_eye_height_v", worst[overall]}};
         } else {
             line = "none (no setting has a measured eye on every channel)";
