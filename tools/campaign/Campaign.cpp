@@ -51,7 +51,8 @@ bool Campaign::Wanted(const HostOptions& o) { return o.vChannelFiles.size() > 1 
 int Campaign::Run(const HostOptions& given, std::ostream& out) {
     HostOptions o = given;
     if (o.bDatasheet)
-        throw HostError(ExitCode::kBadParameter, "--datasheet measures the model alone: it takes one channel, no --shard and no --resume");
+        throw HostError(ExitCode::kBadParameter,
+                        "--datasheet measures the model alone: it takes one channel, no --shard and no --resume");
     if (o.bStatEye && o.nShards > 1)
         throw HostError(ExitCode::kBadParameter, "--stat-eye is computed for each channel's best setting, which no "
                                                  "shard knows: run the campaign without --shard");
