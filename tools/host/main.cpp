@@ -126,7 +126,8 @@ int Merge(int argc, char** argv) {
     std::string outDir;
     std::vector<std::string> shards;
     CLI::App app{"amihost merge: combines the folders of a campaign's shards (--shard K/N) into the results\n"
-                 "of the whole campaign: its table, summary.json and report.html."};
+                 "of the whole campaign: its table, summary.json and report.html.",
+                 "amihost merge"};
     app.add_option("-o,--out", outDir, "folder for the merged results")->required();
     app.add_option("shards", shards, "the shards' --out folders, one for each of the N shards")->required();
     app.footer("Refused: folders of different campaigns (library, .ami, channels or options differ), a shard\n"
@@ -208,7 +209,7 @@ int main(int argc, char** argv) {
                     return "must be K/N with 1 <= K <= N <= 100000, not " + text;
                 return std::string();
             },
-            "K/N"));
+            ""));
     app.add_flag("--resume", o.bResume, "keep the campaign points already done in --out and run the rest");
     std::vector<std::string> ports;
     app.add_option("--ports", ports,
