@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cmath>
 #include <exception>
 #include <filesystem>
 #include <map>
@@ -128,8 +129,14 @@ int Campaign::Run(const HostOptions& given, std::ostream& out) {
     // Channels run side by side, each with its share of the threads: a
     // channel's own preparation (its response, the pattern through it) is
     // serial, and runs while the other channels' settings run.
+    // A channel's run keeps every setting's output until it has measured
+    // them all, so channels side by side share a budget of 2 GiB of outputs.
     const unsigned jobs = o.nJobs != 0 ? o.nJobs : std::max(1u, std::thread::hardware_concurrency());
-    const size_t lanes = std::max<size_t>(1, std::min<size_t>(jobs, todo.size()));
+    size_t most = 0;
+    for (size_t c : todo) most = std::max(most, wanted[c].size());
+    const double perChannel = o.sInput.empty() ? double(most) * double(o.nBits) * o.iSamplesPerBit * 8.0 : 2e30;
+    const double byMemory = std::max(1.0, std::floor(double(size_t{1} << 31) / std::max(perChannel, 1.0)));
+    const size_t lanes = std::max<size_t>(1, std::min<size_t>({jobs, todo.size(), static_cast<size_t>(byMemory)}));
     ProgressBar progress(points, "campaign", o.bProgress);
     std::vector<std::exception_ptr> failures(m.vChannels.size());
     std::atomic<size_t> next{0};
