@@ -41,25 +41,48 @@ CLI::Validator Count(long long lo, long long hi) {
         std::to_string(lo) + ".." + std::to_string(hi));
 }
 
-int RunHere(const amihost::HostOptions& o) {
-    using amihost::ExitCode;
+// False, with the exit code to end with, when the command line asked for
+// help or could not be read (CLI11 has said why).
+bool Parsed(CLI::App& app, int argc, char** argv, int& code) {
     try {
+        app.parse(argc, argv);
+        return true;
+    } catch (const CLI::CallForHelp& e) {
+        code = app.exit(e);
+    } catch (const CLI::ParseError& e) {
+        app.exit(e);
+        code = static_cast<int>(amihost::ExitCode::kUsage);
+    }
+    return false;
+}
+
+// run()'s exit code; a failure it throws is said on standard error after
+// "<program>: " and ends with its own code.
+template <typename Run>
+int Reported(const char* program, Run run) {
+    try {
+        return run();
+    } catch (const amihost::HostError& e) {
+        std::cout.flush();
+        std::fprintf(stderr, "%s: %s: %s\n", program, amihost::ExitCodeName(e.Code()), amihost::Printable(e.what()).c_str());
+        return static_cast<int>(e.Code());
+    } catch (const std::exception& e) {
+        std::cout.flush();
+        std::fprintf(stderr, "%s: error: %s\n", program, e.what());
+        return 1;
+    }
+}
+
+int RunHere(const amihost::HostOptions& o) {
+    return Reported("amihost", [&] {
         const int code = amihost::Campaign::Wanted(o) ? amihost::Campaign::Run(o, std::cout) : amihost::Host::Run(o, std::cout);
         if (code != 0) {
             std::cout.flush();
             std::fprintf(stderr, "amihost: %s (the report above and %s/summary.json say what the model returned)\n",
-                         amihost::ExitCodeName(static_cast<ExitCode>(code)), o.sOutDir.c_str());
+                         amihost::ExitCodeName(static_cast<amihost::ExitCode>(code)), o.sOutDir.c_str());
         }
         return code;
-    } catch (const amihost::HostError& e) {
-        std::cout.flush();
-        std::fprintf(stderr, "amihost: %s: %s\n", amihost::ExitCodeName(e.Code()), amihost::Printable(e.what()).c_str());
-        return static_cast<int>(e.Code());
-    } catch (const std::exception& e) {
-        std::cout.flush();
-        std::fprintf(stderr, "amihost: error: %s\n", e.what());
-        return 1;
-    }
+    });
 }
 
 // The run happens in a worker process, so that a model that crashes, ends
@@ -122,7 +145,6 @@ int RunInWorker(const amihost::HostOptions& o, int callTimeoutSeconds) {
 
 // amihost merge --out DIR SHARD_DIR...
 int Merge(int argc, char** argv) {
-    using amihost::ExitCode;
     std::string outDir;
     std::vector<std::string> shards;
     CLI::App app{"amihost merge: combines the folders of a campaign's shards (--shard K/N) into the results\n"
@@ -133,25 +155,9 @@ int Merge(int argc, char** argv) {
     app.footer("Refused: folders of different campaigns (library, .ami, channels or options differ), a shard\n"
                "missing or given twice, a shard with points not done (finish it with --resume).\n"
                "\nFull reference: docs/amihost.md");
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::CallForHelp& e) {
-        return app.exit(e);
-    } catch (const CLI::ParseError& e) {
-        app.exit(e);
-        return static_cast<int>(ExitCode::kUsage);
-    }
-    try {
-        return amihost::Campaign::Merge(outDir, shards, std::cout);
-    } catch (const amihost::HostError& e) {
-        std::cout.flush();
-        std::fprintf(stderr, "amihost merge: %s: %s\n", amihost::ExitCodeName(e.Code()), amihost::Printable(e.what()).c_str());
-        return static_cast<int>(e.Code());
-    } catch (const std::exception& e) {
-        std::cout.flush();
-        std::fprintf(stderr, "amihost merge: error: %s\n", e.what());
-        return 1;
-    }
+    int code = 0;
+    if (!Parsed(app, argc, argv, code)) return code;
+    return Reported("amihost merge", [&] { return amihost::Campaign::Merge(outDir, shards, std::cout); });
 }
 
 }  // namespace
@@ -276,14 +282,8 @@ int main(int argc, char** argv) {
         "           --samples-per-bit 64 --sweep-eq --stat-eye\n"
         "\nFull reference: docs/amihost.md");
 
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::CallForHelp& e) {
-        return app.exit(e);
-    } catch (const CLI::ParseError& e) {
-        app.exit(e);
-        return static_cast<int>(ExitCode::kUsage);
-    }
+    int code = 0;
+    if (!Parsed(app, argc, argv, code)) return code;
     o.nBits = static_cast<size_t>(bits);
     o.nBlock = static_cast<size_t>(block);
     if (ignore->count() > 0) o.iIgnoreBits = static_cast<long>(ignoreBits);

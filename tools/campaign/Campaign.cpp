@@ -116,7 +116,7 @@ int Campaign::Run(const HostOptions& given, std::ostream& out) {
             ++held;
             if (!(o.bResume && CampaignStore::ReadPoint(o.sOutDir, index, done, problem))) wanted[c].insert(m.vSettings[s]);
         }
-        out << "channel " << c + 1 << "  : " << (m.vChannels[c].empty() ? "built-in" : m.vChannels[c]);
+        out << "channel " << c + 1 << "  : " << m.ChannelName(c);
         if (wanted[c].empty()) {
             out << (held == 0 ? " (none of its points is in this shard)\n" : " (its points are done already)\n");
             continue;
@@ -161,7 +161,7 @@ int Campaign::Run(const HostOptions& given, std::ostream& out) {
                 try {
                     Host::Run(one, report);
                 } catch (const HostError& e) {
-                    throw HostError(e.Code(), "channel " + (m.vChannels[c].empty() ? "built-in" : m.vChannels[c]) +
+                    throw HostError(e.Code(), "channel " + m.ChannelName(c) +
                                                   ": " + e.what());
                 }
                 WriteText((std::filesystem::path(one.sOutDir) / "report.txt").string(), report.str());

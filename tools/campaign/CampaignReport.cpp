@@ -44,7 +44,6 @@ nlohmann::ordered_json Number(bool known, double v) { return known ? nlohmann::o
 int CampaignReport::Finish(const CampaignManifest& m, const std::vector<CampaignPoint>& points,
                            const std::string& outDir, std::ostream& out) {
     const size_t settings = m.vSettings.size();
-    auto channelName = [&](size_t c) { return m.vChannels[c].empty() ? std::string("built-in") : m.vChannels[c]; };
     auto settingName = [&](size_t s) { return m.vSettings[s].empty() ? std::string("-") : m.vSettings[s]; };
     size_t held = 0;
     for (size_t i = 0; i < m.Points(); ++i) held += m.Holds(i) ? 1 : 0;
@@ -65,13 +64,13 @@ int CampaignReport::Finish(const CampaignManifest& m, const std::vector<Campaign
         for (const auto& w : j.value("warnings", nlohmann::ordered_json::array())) {
             std::string text = w.get<std::string>();
             if (text.rfind("WARNING: ", 0) == 0) text.erase(0, 9);
-            out << "WARNING: " << channelName(c) << ": " << text << "\n";
+            out << "WARNING: " << m.ChannelName(c) << ": " << text << "\n";
             warnings += (warnings.empty() ? "" : "; ") + text;
         }
         const auto number = [&](const char* key, double scale, const char* format) {
             return j.contains(key) && j[key].is_number() ? Fmt(format, j[key].get<double>() * scale) : std::string("-");
         };
-        channelRows.push_back({channelName(c), j.value("model", std::string()), number("loss_at_nyquist_db", 1.0, "%.1f"),
+        channelRows.push_back({m.ChannelName(c), j.value("model", std::string()), number("loss_at_nyquist_db", 1.0, "%.1f"),
                                number("delay_s", 1e9, "%.3f"), warnings});
     }
 
@@ -89,11 +88,11 @@ int CampaignReport::Finish(const CampaignManifest& m, const std::vector<Campaign
         const size_t c = cp.nIndex / settings, s = cp.nIndex % settings;
         const std::string height = p.bMeasured ? Fmt("%.4f", p.dHeight) : "-";
         const std::string width = p.bMeasured ? Fmt("%.3f", p.dWidthUI) : "-";
-        std::snprintf(row, sizeof row, "%-32s  %8s  %14s  %14s\n", channelName(c).c_str(), settingName(s).c_str(),
+        std::snprintf(row, sizeof row, "%-32s  %8s  %14s  %14s\n", m.ChannelName(c).c_str(), settingName(s).c_str(),
                       height.c_str(), width.c_str());
         out << row;
-        cells.push_back({channelName(c), settingName(s), height, width, Status(p)});
-        list.push_back({{"channel", channelName(c)},
+        cells.push_back({m.ChannelName(c), settingName(s), height, width, Status(p)});
+        list.push_back({{"channel", m.ChannelName(c)},
                         {"setting", settingName(s)},
                         {"status", Status(p)},
                         {"eye_height_v", Number(p.bMeasured, p.dHeight)},
@@ -134,12 +133,12 @@ int CampaignReport::Finish(const CampaignManifest& m, const std::vector<Campaign
             const CampaignPoint* b = bestOf[c];
             const bool known = b != nullptr && b->result.bMeasured;
             const std::string s = known ? settingName(b->nIndex % settings) : std::string();
-            const std::string line = channelName(c) + ": " +
+            const std::string line = m.ChannelName(c) + ": " +
                                      (known ? m.sParameter + " " + s + ", eye height " + Fmt("%.4f", b->result.dHeight) + " V"
                                             : std::string("no measured eye"));
             out << "best       : " << line << "\n";
             page.Paragraph(line);
-            perChannel.push_back({{"channel", channelName(c)},
+            perChannel.push_back({{"channel", m.ChannelName(c)},
                                   {"setting", known ? nlohmann::ordered_json(s) : nlohmann::ordered_json()},
                                   {"eye_height_v", Number(known, known ? b->result.dHeight : 0.0)}});
         }
@@ -161,12 +160,12 @@ int CampaignReport::Finish(const CampaignManifest& m, const std::vector<Campaign
         page.Heading("Eye diagrams of each channel's best setting");
         for (size_t c = 0; c < m.vChannels.size(); ++c)
             if (bestOf[c] != nullptr && bestOf[c]->bHasEye)
-                page.Image(channelName(c) + ", " + m.sParameter + " " + settingName(bestOf[c]->nIndex % settings),
+                page.Image(m.ChannelName(c) + ", " + m.sParameter + " " + settingName(bestOf[c]->nIndex % settings),
                            CampaignStore::PointPath(outDir, bestOf[c]->nIndex, "png"));
         for (size_t c = 0; c < m.vChannels.size(); ++c) {
             const std::filesystem::path stat =
                 std::filesystem::path(outDir) / ("channel" + std::to_string(c + 1)) / "stat_eye.png";
-            if (std::filesystem::exists(stat)) page.Image(channelName(c) + ": statistical eye and bathtub", stat.string());
+            if (std::filesystem::exists(stat)) page.Image(m.ChannelName(c) + ": statistical eye and bathtub", stat.string());
         }
     }
     const nlohmann::ordered_json doc = {{"library", m.sLibrary},
@@ -180,7 +179,7 @@ int CampaignReport::Finish(const CampaignManifest& m, const std::vector<Campaign
                                         {"points", list},
                                         {"best_per_channel", perChannel},
                                         {"best_overall", best}};
-    WriteText(summary, doc.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n");
+    WriteJson(summary, doc);
     WriteText(html, page.Text());
     out << "wrote      : " << summary << " " << html << "\n";
     return code;

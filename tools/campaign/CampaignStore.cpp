@@ -37,15 +37,13 @@ struct Hash {
     }
 };
 
-std::string Json(const nlohmann::ordered_json& j) {
-    return j.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
-}
-
 }  // namespace
+
+std::string CampaignManifest::ChannelName(size_t c) const { return vChannels[c].empty() ? "built-in" : vChannels[c]; }
 
 std::string CampaignManifest::Describe(size_t index) const {
     const size_t c = index / vSettings.size(), s = index % vSettings.size();
-    return "channel " + std::to_string(c + 1) + " (" + (vChannels[c].empty() ? "built-in" : vChannels[c]) + ")" +
+    return "channel " + std::to_string(c + 1) + " (" + ChannelName(c) + ")" +
            (bSweep ? ", " + sParameter + " " + vSettings[s] : std::string());
 }
 
@@ -80,7 +78,7 @@ void CampaignStore::WriteManifest(const std::string& dir, const CampaignManifest
                                       {"sweep", m.bSweep},            {"channels", m.vChannels},
                                       {"settings", m.vSettings},      {"shard", m.iShard},
                                       {"shards", m.nShards}};
-    WriteText((std::filesystem::path(dir) / "campaign.json").string(), Json(j));
+    WriteJson((std::filesystem::path(dir) / "campaign.json").string(), j);
 }
 
 bool CampaignStore::ReadManifest(const std::string& dir, CampaignManifest& m) {
@@ -128,7 +126,6 @@ void CampaignStore::WritePoint(const std::string& dir, size_t index, const Point
         std::filesystem::rename(png + ".part", png, ec);
         if (ec) throw HostError(ExitCode::kOutputFailed, "cannot write " + png + ": " + ec.message());
     }
-    const nlohmann::ordered_json null;
     const nlohmann::ordered_json j = {{"index", index},
                                       {"setting", p.sSetting},
                                       {"ami_init", p.iInitResult},
@@ -140,7 +137,7 @@ void CampaignStore::WritePoint(const std::string& dir, size_t index, const Point
                                       {"eye_height_v", p.dHeight},
                                       {"eye_width_ui", p.dWidthUI},
                                       {"eye_diagram", bool(p.fWriteEye)}};
-    WriteText(PointPath(dir, index, "json"), Json(j));
+    WriteJson(PointPath(dir, index, "json"), j);
 }
 
 bool CampaignStore::ReadPoint(const std::string& dir, size_t index, CampaignPoint& p, std::string& problem) {

@@ -28,6 +28,8 @@ struct CampaignManifest {
     size_t Points() const { return vChannels.size() * vSettings.size(); }
     // The shards take the points in turn, so that each gets every channel.
     bool Holds(size_t index) const { return index % static_cast<size_t>(nShards) == static_cast<size_t>(iShard - 1); }
+    // The channel as given, or "built-in".
+    std::string ChannelName(size_t channel) const;
     // "channel 2 (b.s4p), EQ 7"
     std::string Describe(size_t index) const;
 };

@@ -131,14 +131,10 @@ int Host::Run(HostOptions o, std::ostream& out) {
                                                      " (the ignored bits plus " + std::to_string(2 * kMaxLatencyUI) +
                                                      " for the latency search)");
 
-    size_t runs = 1;
-    if (o.bSweep && o.fWanted) {
-        runs = 0;
-        for (const std::string& v : base.SweepValues(o.sSweepParam)) runs += o.fWanted(v) ? 1 : 0;
-        runs = std::max<size_t>(1, runs);
-    } else if (o.bSweep) {
-        runs = std::max<size_t>(1, base.SweepValues(o.sSweepParam).size());
-    }
+    size_t runs = 0;
+    if (o.bSweep)
+        for (const std::string& v : base.SweepValues(o.sSweepParam)) runs += !o.fWanted || o.fWanted(v) ? 1 : 0;
+    runs = std::max<size_t>(1, runs);
     const Stimulus stim = MakeStimulus(o, rx.dTerminationOhms, runs);
     const size_t delayBits = static_cast<size_t>(stim.iChannelDelay / stim.iSamplesPerBit);
     if (o.sInput.empty() && delayBits > 0 && o.nBits < ignoreBits + delayBits + 2 * kMaxLatencyUI)

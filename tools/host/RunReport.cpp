@@ -87,6 +87,10 @@ void WriteText(const std::string& path, const std::string& text) {
     if (ec) throw HostError(ExitCode::kOutputFailed, "cannot write " + path + ": " + ec.message());
 }
 
+void WriteJson(const std::string& path, const nlohmann::ordered_json& j) {
+    WriteText(path, j.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n");
+}
+
 std::string Title(const Outcome& o) {
     std::string t = o.sLabel + ": ";
     if (o.eye.bOpen)
@@ -267,7 +271,7 @@ void WriteResults(const RunRecord& r, std::ostream& out) {
         j["ibis"] = {{"file", o.sIbsFile},          {"component", r.rx.sComponent},
                      {"model", r.rx.sModel},          {"platform", r.rx.sPlatform},
                      {"termination_ohms", r.rx.dTerminationOhms}, {"termination_from", r.rx.sTermination}};
-    WriteText(path("summary.json"), j.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n");
+    WriteJson(path("summary.json"), j);
 
     HtmlPage page("amihost: " + r.sRoot);
     page.Settings({{"library", o.sLibrary},

@@ -47,6 +47,8 @@ void PrintRate(const RateMatchResult& rate, std::ostream& out);
 size_t Best(const std::vector<Outcome>& outcomes);
 // Replaces the file as a whole: a stopped run leaves the old text or the new.
 void WriteText(const std::string& path, const std::string& text);
+// The JSON indented by two, text that is not UTF-8 replaced, as WriteText.
+void WriteJson(const std::string& path, const nlohmann::ordered_json& j);
 // Creates the output folder and checks that it can be written into.
 void CreateOutDir(const std::string& dir);
 
