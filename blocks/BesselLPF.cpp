@@ -161,6 +161,12 @@ double* BesselLPF::OpenBlock(size_t n) {
 
 void BesselLPF::EndBlock(const double* in, size_t n, double lastOutput) {
     if (n == 0) return;
+    AdvanceLine(in, n);
+    output[0] = lastOutput;
+}
+
+void BesselLPF::AdvanceLine(const double* in, size_t n) {
+    if (n == 0) return;
     const size_t T = m_vTaps.size();
     const size_t index = static_cast<size_t>(m_iDelayIndex);
     double* line = m_vDelayLine.data();
@@ -173,7 +179,6 @@ void BesselLPF::EndBlock(const double* in, size_t n, double lastOutput) {
     for (size_t i = 0; i < first; ++i) line[position - i] = newest[i];
     for (size_t i = first; i < kept; ++i) line[T - 1 - (i - first)] = newest[i];
     m_iDelayIndex = static_cast<int32_t>((index + T - n % T) % T);
-    output[0] = lastOutput;
 }
 
 bool BesselLPF::RunBlock(const double* in, double* out, size_t n, SimdLevel level) {

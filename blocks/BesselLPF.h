@@ -49,6 +49,8 @@ public:
     // x + T - 1 before the sums read them.
     double* OpenBlock(size_t n);
     void EndBlock(const double* in, size_t n, double lastOutput);
+    // EndBlock without the output port: the delay line after n more inputs.
+    void AdvanceLine(const double* in, size_t n);
 
     // Bessel polynomial of the given order at s (orders outside 1..6 use 6).
     std::complex<double> BesselPoly(int order, std::complex<double> s);

@@ -352,6 +352,50 @@ size_t JitterGenerator::SettledFrom(const double* s, size_t W, int64_t n0, size_
     return first;
 }
 
+bool JitterGenerator::CanRunAtRest(size_t n) const {
+    const double Ts = SampleInterval;
+    const int64_t span = static_cast<int64_t>(std::min<size_t>(n, size_t{1} << 52));
+    return IsReady() && Latency >= 1 && std::isnormal(Ts) && Ts > 0.0 && HasNoJitter() &&
+           std::llabs(m_iSampleCount) + span + m_iHistoryLength < (int64_t{1} << 50);
+}
+
+AtRestDelay JitterGenerator::AtRest() const {
+    return AtRestDelay{Latency, SampleInterval, &JitterGenerator::RestingOutput, this};
+}
+
+double JitterGenerator::RestingOutput(const void* context, int64_t n, const double* window) {
+    const JitterGenerator& g = *static_cast<const JitterGenerator*>(context);
+    const int W = 2 * g.Latency + 1;
+    g.m_vRestTimes.resize(W);
+    g.m_vRestPhases.assign(W, 0);  // read only under an offset
+    g.m_vRestJitters.assign(W, 0.0);
+    for (int j = 0; j < W; ++j) g.m_vRestTimes[j] = static_cast<double>(n - (W - 1) + j) * g.SampleInterval;
+    return g.Resample(n, window, g.m_vRestTimes.data(), g.m_vRestPhases.data(), g.m_vRestJitters.data());
+}
+
+// As BeginBlock without jitter: the phases of all but the last W samples are
+// only counted through; those W enter the history as Run enters them.
+void JitterGenerator::Advance(const double* in, size_t n, SimdLevel level) {
+    if (n == 0) return;
+    const size_t W = m_vSamples.size();
+    const size_t entering = std::min(n, W), bulk = n - entering;
+    const int SPB = SamplesPerBit;
+    m_iOwedDraws += AdvancePhase(in, bulk, m_dPrevSample, m_iBitPhase, SPB, SPB / 2, level);
+    const size_t kept = W - entering;
+    std::copy(m_vSamples.end() - kept, m_vSamples.end(), m_vSamples.begin());
+    std::copy(m_vTimes.end() - kept, m_vTimes.end(), m_vTimes.begin());
+    std::copy(m_vPhases.end() - kept, m_vPhases.end(), m_vPhases.begin());
+    std::copy(m_vJitters.end() - kept, m_vJitters.end(), m_vJitters.begin());
+    for (size_t i = bulk, q = kept; i < n; ++i, ++q) {
+        Track(in[i]);
+        m_vSamples[q] = in[i];
+        m_vTimes[q] = static_cast<double>(m_iSampleCount + static_cast<int64_t>(i)) * SampleInterval;
+        m_vPhases[q] = m_iBitPhase;
+        m_vJitters[q] = m_dJitter;
+    }
+    m_iSampleCount += static_cast<int64_t>(n);
+}
+
 // With RJ = 0, and DJ = 0 when the generators were made, a drawn offset is
 // +0.0 whatever the generators give: a finite Gaussian draw times a zero plus
 // a uniform draw on an interval of zero width from a zero (of either sign,

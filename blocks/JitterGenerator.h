@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "blocks/JitterKernels.h"
 #include "blocks/RandomNumberGenerator.h"
 #include "blocks/SimdLevel.h"
 #include "dataflow/CircularBuffer.h"
@@ -66,6 +67,15 @@ public:
     void ResampleBlockRange(size_t from, size_t to);
     void EndBlock();
 
+    // The block at rest, for a caller that interpolates itself (see
+    // AtRestDelay): true when no jitter offset is in force and the next n
+    // firings keep their instants exact and increasing. Advance then leaves
+    // the state that n firings with inputs in[0..n) leave, outputs aside
+    // (the output port included).
+    bool CanRunAtRest(size_t n) const;
+    AtRestDelay AtRest() const;
+    void Advance(const double* in, size_t n, SimdLevel level);
+
     // Takes the draws still owed to the generators. Without RJ and DJ the
     // offsets do not depend on the draws, so they are only counted; call
     // this before reading the generators directly.
@@ -83,6 +93,8 @@ private:
                                SimdLevel level);
     // Outputs at the end of a block that settled on one value, filled in.
     size_t SettledFrom(const double* s, size_t W, int64_t n0, size_t n, double* out) const;
+    // AtRestDelay's fallback: firing n from its window of samples.
+    static double RestingOutput(const void* context, int64_t n, const double* window);
     // Block-path fallback: firing i of the flat history in `context`.
     static void ResampleOne(void* context, size_t i);
     // The output of firing n from a history window of W entries, oldest first.
@@ -103,6 +115,10 @@ private:
     std::vector<double> m_vBlockTimes;
     std::vector<int> m_vBlockPhases;
     std::vector<double> m_vBlockJitters;
+    // RestingOutput's window instants, phases and offsets.
+    mutable std::vector<double> m_vRestTimes;
+    mutable std::vector<int> m_vRestPhases;
+    mutable std::vector<double> m_vRestJitters;
 };
 
 }  // namespace TesselModelBuilder

@@ -25,6 +25,18 @@ struct JitterWindow {
     double sampleInterval;  // Ts, seconds
 };
 
+// The delay block while no jitter offset is in force: output n interpolates
+// the samples around n - L at the instant (n - L) Ts, which the pipeline
+// computes from the count alone. Lanes outside the two entries around n - L
+// (never, for a normal Ts and counts far below 2^52) go to the fallback,
+// which returns output n from its window (W = 2L + 1 samples, oldest first).
+struct AtRestDelay {
+    int latency;            // L >= 1
+    double sampleInterval;  // Ts, normal and positive
+    double (*fallback)(const void* context, int64_t firing, const double* window);
+    const void* context;
+};
+
 // times[i] = (double)(first + i) * Ts for i in [0, n): the instants of n
 // consecutive samples, each computed exactly as the per-sample path does.
 void FillTimes(SimdLevel level, double* times, int64_t first, size_t n, double sampleInterval);

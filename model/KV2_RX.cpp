@@ -69,11 +69,6 @@ void Release(T*& storage) {
     storage = nullptr;
 }
 
-// The delay block's interpolation of its open block, as the FIR's producer.
-void ResampleDelay(void* jitter, size_t from, size_t to) {
-    static_cast<JitterGenerator*>(jitter)->ResampleBlockRange(from, to);
-}
-
 // Exact +0.0 in every sample: the input under which the filter's tail cycles.
 bool AllPositiveZero(const double* x, size_t n) {
     for (size_t i = 0; i < n; ++i) {
@@ -210,6 +205,57 @@ bool KV2_RX::CanRunBlock() const {
            Subnetwork1.CTLE_setting == EQ && Subnetwork1.C9.m_iInitialDelay == 0;
 }
 
+// Indices count from the window's first sample; every kPipelineWindow samples
+// the window moves on and keeps the history the stages in flight still read:
+// 2L + 1 filter outputs before the oldest pending delay output and T - 1
+// delay outputs before the oldest pending FIR output.
+double KV2_RX::RunPipeline(TwoBiquadRecurrence& cascade, double* wave, size_t n, SimdLevel level) {
+    const double* taps = B2.m_vTaps.data();
+    const size_t T = B2.m_vTaps.size(), W = J1.m_vSamples.size(), G = PipelineGroup(level);
+    const size_t sHistory = G + W, fHistory = 2 * G + T - 1;
+    m_vPipeSamples.resize(sHistory + kPipelineWindow + G);
+    m_vPipeDelayed.resize(fHistory + kPipelineWindow + G);
+    double* s = m_vPipeSamples.data() + sHistory;
+    double* f = m_vPipeDelayed.data() + fHistory;
+    std::copy(J1.m_vSamples.begin(), J1.m_vSamples.end(), s - W);
+    const double* line = B2.OpenBlock(0);
+    std::copy(line, line + (T - 1), f - (T - 1));
+    const AtRestDelay delay = J1.AtRest();
+    PipelineArrays a{wave, s, f, wave, J1.m_iSampleCount};
+
+    // Filtered, delayed and summed up to rec, res and fir; the delay block's
+    // and the FIR's own state have taken in samples up to jitterAt and lineAt.
+    // Between shifts the pending delay and FIR outputs lie before index 0.
+    ptrdiff_t rec = 0, res = 0, fir = 0, jitterAt = 0, lineAt = 0, end = static_cast<ptrdiff_t>(n);
+    const ptrdiff_t g = static_cast<ptrdiff_t>(G), window = static_cast<ptrdiff_t>(kPipelineWindow);
+    if (end >= 3 * g) {
+        for (; rec < 2 * g; ++rec) s[rec] = cascade.Step(wave[rec]);
+        DelayAtRest(level, a, 0, G, delay);
+        res = g;
+        while (rec + g <= end) {
+            if (rec + g > window) {
+                J1.Advance(s + jitterAt, static_cast<size_t>(rec - jitterAt), level);
+                B2.AdvanceLine(f + lineAt, static_cast<size_t>(res - lineAt));
+                std::copy(s + rec - sHistory, s + rec, s - sHistory);
+                std::copy(f + fir - (T - 1), f + res, f - fHistory);
+                a.x += rec, a.out += rec, a.firing += rec;
+                end -= rec, res -= rec, fir -= rec, rec = 0;
+                jitterAt = 0, lineAt = res;
+            }
+            const ptrdiff_t groups = std::min(end - rec, window - rec) / g;
+            PipelineSteady(level, cascade, a, static_cast<size_t>(rec), static_cast<size_t>(groups), taps, T, delay);
+            rec += groups * g, res += groups * g, fir += groups * g;
+        }
+    }
+    for (; rec < end; ++rec) s[rec] = cascade.Step(a.x[rec]);
+    DelayAtRest(level, a, static_cast<size_t>(res), static_cast<size_t>(end), delay);
+    FirBlock(level, taps, T, f + fir - (T - 1), a.out + fir, static_cast<size_t>(end - fir));
+    J1.Advance(s + jitterAt, static_cast<size_t>(end - jitterAt), level);
+    J1.output[0] = f[end - 1];
+    B2.EndBlock(f + lineAt, static_cast<size_t>(end - lineAt), a.out[end - 1]);
+    return s[end - 1];
+}
+
 void KV2_RX::RunBlock(double* wave, size_t n, SimdLevel level) {
     if (n == 0) return;
     Subnetwork_Subnetwork1& bank = Subnetwork1;
@@ -218,9 +264,9 @@ void KV2_RX::RunBlock(double* wave, size_t n, SimdLevel level) {
     m_vBlockScratch.resize(2 * kBlockChunk);
     m_cZeroInput.Reserve();
     double* filtered = m_vBlockScratch.data();
-    double* delayed = filtered + kBlockChunk;  // only without the fused pipeline
+    double* delayed = filtered + kBlockChunk;
 
-    if (!filter.IsTwoBiquadCascade()) {
+    if (!filter.IsTwoBiquadCascade() || !J1.CanRunAtRest(n) || B2.OpenBlock(0) == nullptr) {
         for (size_t at = 0; at < n; at += kBlockChunk) {
             const size_t m = std::min(kBlockChunk, n - at);
             filter.RunBlock(wave + at, filtered, m);
@@ -228,43 +274,28 @@ void KV2_RX::RunBlock(double* wave, size_t n, SimdLevel level) {
             B2.RunBlock(delayed, wave + at, m, level);
         }
     } else {
-        // A software pipeline over the chunks: the recurrence of chunk c runs
-        // together with the interpolation of the delay block and the FIR sums
-        // of chunk c - 1, whose filtered samples are complete by then; the
-        // last chunk's follow on their own. The delay block writes straight
-        // into the FIR's flat input.
+        // Spans without a chunk of exact zeros go through the pipeline; a
+        // chunk of zeros replays the filter's tail, stage by stage.
         TwoBiquadRecurrence cascade(filter.m_pTaps, filter.m_pState1, filter.m_pState2);
-        const double* taps = B2.m_vTaps.data();
-        const size_t T = B2.m_vTaps.size();
-        const FirInputProducer delay{&ResampleDelay, &J1};
-        double* pendingIn = nullptr;  // the FIR's flat input for the chunk waiting for its sums
-        size_t pendingAt = 0, pending = 0;
-        for (size_t at = 0; at < n; at += kBlockChunk) {
-            const size_t m = std::min(kBlockChunk, n - at);
-            if (AllPositiveZero(wave + at, m)) {
-                m_cZeroInput.Run(cascade, filtered, m);
-                J1.ResampleBlockRange(0, pending);
-                if (pending > 0) FirBlock(level, taps, T, pendingIn, wave + pendingAt, pending);
-            } else {
+        double lastFiltered = 0.0;
+        for (size_t at = 0; at < n;) {
+            size_t end = at;
+            for (size_t m; end < n && !AllPositiveZero(wave + end, m = std::min(kBlockChunk, n - end)); end += m) {}
+            if (end > at) {
                 m_cZeroInput.Reset();
-                CascadeWithFir(level, cascade, wave + at, filtered, m, taps, T, pendingIn,
-                               wave + pendingAt, pending, &delay);
+                lastFiltered = RunPipeline(cascade, wave + at, end - at, level);
+                at = end;
+                continue;
             }
-            if (pending > 0) {
-                J1.EndBlock();
-                B2.EndBlock(pendingIn + (T - 1), pending, wave[pendingAt + pending - 1]);
-            }
-            pendingIn = B2.OpenBlock(m);
-            J1.BeginBlock(filtered, pendingIn + (T - 1), m, level);
-            pendingAt = at;
-            pending = m;
+            const size_t m = std::min(kBlockChunk, n - at);
+            m_cZeroInput.Run(cascade, filtered, m);
+            J1.RunBlock(filtered, delayed, m, level);
+            B2.RunBlock(delayed, wave + at, m, level);
+            lastFiltered = filtered[m - 1];
+            at += m;
         }
-        J1.ResampleBlockRange(0, pending);
-        J1.EndBlock();
-        FirBlock(level, taps, T, pendingIn, wave + pendingAt, pending);
-        B2.EndBlock(pendingIn + (T - 1), pending, wave[pendingAt + pending - 1]);
         cascade.Store(filter.m_pState1, filter.m_pState2);
-        filter.SetTwoBiquadOutputs(cascade.y, filtered[pending - 1]);
+        filter.SetTwoBiquadOutputs(cascade.y, lastFiltered);
     }
 
     // Leave every port of the live graph as the last firing would.

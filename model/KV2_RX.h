@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "blocks/BesselLPF.h"
+#include "blocks/BiquadCascade.h"
 #include "blocks/JitterGenerator.h"
 #include "blocks/SDomainIIR.h"
 #include "blocks/SimdLevel.h"
@@ -150,9 +151,16 @@ public:
     const ZeroInputCycle& ZeroInputTail() const { return m_cZeroInput; }
 
 private:
-    static constexpr size_t kBlockChunk = 256;  // samples per pass; bounds the scratch
-    std::vector<double> m_vBlockScratch;         // 2 * kBlockChunk: filter output, delay output
-    ZeroInputCycle m_cZeroInput;                 // the selected filter under zero input
+    // The live branch as one pipeline (FusedKernels) over wave[0..n), none
+    // of whose chunks is all +0.0; returns the filter's last output.
+    double RunPipeline(TwoBiquadRecurrence& cascade, double* wave, size_t n, SimdLevel level);
+
+    static constexpr size_t kBlockChunk = 256;     // samples per pass; bounds the scratch
+    static constexpr size_t kPipelineWindow = 1024;  // new samples the pipeline holds between shifts
+    std::vector<double> m_vBlockScratch;           // 2 * kBlockChunk: filter output, delay output
+    std::vector<double> m_vPipeSamples;            // the pipeline's filter outputs, with history
+    std::vector<double> m_vPipeDelayed;            // its delay outputs, with history
+    ZeroInputCycle m_cZeroInput;                   // the selected filter under zero input
 };
 
 }  // namespace TesselModelBuilder
