@@ -25,10 +25,10 @@ KV2_LANES_INLINE void Clear(FirGroup<N>& g) {
     for (int r = 0; r < 8; ++r) g.a[r] = typename Lanes<N>::V{};
 }
 
-// p points at the sample that the group's first output weighs with this tap.
+// p points at the sample that the group's first output weighs with the tap
+// t (in every lane).
 template <int N>
-KV2_LANES_INLINE void AddTap(FirGroup<N>& g, double tap, const double* p) {
-    const typename Lanes<N>::V t = Broadcast<N>(tap);
+KV2_LANES_INLINE void AddTap(FirGroup<N>& g, typename Lanes<N>::V t, const double* p) {
 #pragma GCC unroll 8
     for (int r = 0; r < 8; ++r) g.a[r] = g.a[r] + t * Load<N>(p + r * N);
 }

@@ -33,7 +33,7 @@ KV2_LANES_INLINE void FirLanes(const double* taps, size_t T, const double* x, do
         const double* newest = x + (T - 1) + i;
         FirGroup<N> g;
         Clear(g);
-        for (size_t k = 0; k < T; ++k) AddTap(g, taps[k], newest - k);
+        for (size_t k = 0; k < T; ++k) AddTap(g, Broadcast<N>(taps[k]), newest - k);
         Store(g, out + i);
     }
     for (; i + N <= n; i += N) {

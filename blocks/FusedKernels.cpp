@@ -2,6 +2,8 @@
 // (two lanes of SSE2), AVX2 and AVX-512, each inside its own target region.
 #include "blocks/FusedKernels.h"
 
+#include <utility>
+
 #include "blocks/FirGroups.h"
 
 namespace TesselModelBuilder {

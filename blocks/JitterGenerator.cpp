@@ -355,7 +355,8 @@ size_t JitterGenerator::SettledFrom(const double* s, size_t W, int64_t n0, size_
 bool JitterGenerator::CanRunAtRest(size_t n) const {
     const double Ts = SampleInterval;
     const int64_t span = static_cast<int64_t>(std::min<size_t>(n, size_t{1} << 52));
-    return IsReady() && Latency >= 1 && std::isnormal(Ts) && Ts > 0.0 && HasNoJitter() &&
+    // Counts below 2^50 times a Ts below 2^900 stay finite and normal.
+    return IsReady() && Latency >= 1 && std::isnormal(Ts) && Ts > 0.0 && Ts < 0x1p900 && HasNoJitter() &&
            std::llabs(m_iSampleCount) + span + m_iHistoryLength < (int64_t{1} << 50);
 }
 
