@@ -126,3 +126,33 @@ TEST(KV2_RX_RunBlock, EveryPathGivesThePerSampleBitsAndLeavesTheSameState) {
         }
     }
 }
+
+TEST(KV2_RX_RunBlock, LateFiringsKeepThePerSampleBits) {
+    // The delay's instants grow with the firing count: far into a run, up to
+    // the last count the vector form takes and just past it. The history's
+    // instants are set as that many samples would have left them.
+    const auto lateBy = [](KV2_RX& m, int64_t start) {
+        JitterGenerator& j = m.J1;
+        const int64_t W = static_cast<int64_t>(j.m_vTimes.size());
+        for (int64_t i = 0; i < W; ++i) j.m_vTimes[i] = static_cast<double>(start + i - W) * j.SampleInterval;
+        j.m_iSampleCount = start;
+    };
+    const size_t n = 6000;
+    const std::vector<double> wave = Wave(n, 0.4);
+    for (const int64_t start : {int64_t{1} << 30, (int64_t{1} << 50) - 8000, (int64_t{1} << 50) + 3}) {
+        for (double rate : {1e12, 3.2e11}) {
+            Harness reference(9, rate);
+            ASSERT_TRUE(reference.ok);
+            lateBy(*reference.m, start);
+            const std::vector<double> expected = reference.Process(wave);
+            for (SimdLevel level : SupportedSimdLevels()) {
+                SCOPED_TRACE(std::to_string(start) + " " + std::to_string(rate) + " " + SimdLevelName(level));
+                Harness h(9, rate);
+                lateBy(*h.m, start);
+                std::vector<double> got = wave;
+                for (size_t at = 0; at < n; at += 1280) h.m->RunBlock(got.data() + at, std::min<size_t>(1280, n - at), level);
+                EXPECT_TRUE(SameBits(got, expected));
+            }
+        }
+    }
+}
