@@ -360,8 +360,16 @@ bool JitterGenerator::CanRunAtRest(size_t n) const {
            std::llabs(m_iSampleCount) + span + m_iHistoryLength < (int64_t{1} << 50);
 }
 
+// The rounded quotient only grows with its dividend, so one edge on the
+// dividend decides every output without a division; it lies within a few
+// steps of L Ts.
 AtRestDelay JitterGenerator::AtRest() const {
-    return AtRestDelay{Latency, SampleInterval, &JitterGenerator::RestingOutput, this};
+    const double Ts = SampleInterval, L = Latency;
+    const auto below = [&](double difference) { return difference / Ts < L; };
+    double edge = L * Ts;
+    while (below(edge)) edge = std::nextafter(edge, HUGE_VAL);
+    while (!below(std::nextafter(edge, -HUGE_VAL))) edge = std::nextafter(edge, -HUGE_VAL);
+    return AtRestDelay{Latency, Ts, edge, &JitterGenerator::RestingOutput, this};
 }
 
 double JitterGenerator::RestingOutput(const void* context, int64_t n, const double* window) {

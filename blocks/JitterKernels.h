@@ -33,6 +33,9 @@ struct JitterWindow {
 struct AtRestDelay {
     int latency;            // L >= 1
     double sampleInterval;  // Ts, normal and positive
+    // (tau - first) / Ts rounds below L, so that output n interpolates from
+    // sample n - L - 1, exactly when tau - first is below this edge.
+    double belowEdge;
     double (*fallback)(const void* context, int64_t firing, const double* window);
     const void* context;
 };
