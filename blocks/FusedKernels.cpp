@@ -15,21 +15,9 @@ constexpr int N = 2;
 #include "blocks/PipelineLanes.inc"
 }  // namespace sse2
 
-#pragma GCC push_options
-#pragma GCC target("avx2")
-namespace avx2 {
-constexpr int N = 4;
-#include "blocks/PipelineLanes.inc"
-}  // namespace avx2
-#pragma GCC pop_options
-
-#pragma GCC push_options
-#pragma GCC target("avx512f")
-namespace avx512 {
-constexpr int N = 8;
-#include "blocks/PipelineLanes.inc"
-}  // namespace avx512
-#pragma GCC pop_options
+#define KV2_LANES_SOURCE "blocks/PipelineLanes.inc"
+#include "blocks/LanesForEachTarget.inc"
+#undef KV2_LANES_SOURCE
 
 }  // namespace
 

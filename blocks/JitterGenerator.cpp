@@ -258,13 +258,8 @@ bool JitterGenerator::BeginBlock(const double* in, double* out, size_t n, SimdLe
     std::copy(m_vPhases.begin(), m_vPhases.end(), ph);
     std::copy(m_vJitters.begin(), m_vJitters.end(), jt);
 
-    // Bit phase and offsets: sequential, as Track does it, with the state in
-    // locals.
-    double prev = m_dPrevSample;
-    int phase = m_iBitPhase;
-    double jitter = m_dJitter;
+    // Bit phase and offsets: sequential, as Run tracks them.
     const int SPB = SamplesPerBit;
-    const int mid = SPB / 2;
     const double Ts = SampleInterval;
     size_t i = 0;
     const bool noJitter = HasNoJitter();
@@ -275,27 +270,16 @@ bool JitterGenerator::BeginBlock(const double* in, double* out, size_t n, SimdLe
         const size_t bulk = n > W ? n - W : 0;
         std::copy(in, in + bulk, s + W);
         std::fill(jt + W, jt + W + bulk, 0.0);
-        m_iOwedDraws += AdvancePhase(in, bulk, prev, phase, SPB, mid, level);
+        m_iOwedDraws += AdvancePhase(in, bulk, m_dPrevSample, m_iBitPhase, SPB, SPB / 2, level);
         i = bulk;
     }
     for (; i < n; ++i) {
-        const double x = in[i];
-        if (prev * x < 0.0) {
-            phase = 0;
-        } else {
-            ++phase;
-            if (phase >= SPB) phase = 0;
-        }
-        prev = x;
-        if (phase == mid) jitter = DrawJitter();
+        Track(in[i]);
         const size_t q = W + i;
-        s[q] = x;
-        ph[q] = phase;
-        jt[q] = jitter;
+        s[q] = in[i];
+        ph[q] = m_iBitPhase;
+        jt[q] = m_dJitter;
     }
-    m_dPrevSample = prev;
-    m_iBitPhase = phase;
-    m_dJitter = jitter;
     FillTimes(level, tm + W, n0, n, Ts);
 
     // The outputs wait for ResampleBlockRange; the state below is already

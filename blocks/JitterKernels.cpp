@@ -26,21 +26,9 @@ size_t NextSignChangeScalar(const double* x, size_t j, size_t n) {
     return j;
 }
 
-#pragma GCC push_options
-#pragma GCC target("avx2")
-namespace avx2 {
-constexpr int N = 4;
-#include "blocks/JitterLanes.inc"
-}  // namespace avx2
-#pragma GCC pop_options
-
-#pragma GCC push_options
-#pragma GCC target("avx512f")
-namespace avx512 {
-constexpr int N = 8;
-#include "blocks/JitterLanes.inc"
-}  // namespace avx512
-#pragma GCC pop_options
+#define KV2_LANES_SOURCE "blocks/JitterLanes.inc"
+#include "blocks/LanesForEachTarget.inc"
+#undef KV2_LANES_SOURCE
 
 }  // namespace
 
