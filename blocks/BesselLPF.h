@@ -51,6 +51,8 @@ public:
     void EndBlock(const double* in, size_t n, double lastOutput);
     // EndBlock without the output port: the delay line after n more inputs.
     void AdvanceLine(const double* in, size_t n);
+    // Taps designed and a delay line to match: the block forms can run.
+    bool IsDesigned() const;
 
     // Bessel polynomial of the given order at s (orders outside 1..6 use 6).
     std::complex<double> BesselPoly(int order, std::complex<double> s);
@@ -67,7 +69,6 @@ public:
                   const std::vector<std::complex<double>>& kernel, int n);
 
 private:
-    bool IsDesigned() const;
     std::vector<double> m_vBlockInput;    // block-path scratch: T - 1 past inputs, then the block
 };
 

@@ -58,15 +58,6 @@ public:
     // Returns false, touching nothing, where Run would fail.
     // The level only chooses how many outputs are interpolated side by side.
     bool RunBlock(const double* in, double* out, size_t n, SimdLevel level);
-    // RunBlock in three steps, so that the resampling can run alongside other
-    // work: BeginBlock does everything but the interpolation (the block's
-    // state is final after it), ResampleBlockRange(from, to) computes
-    // out[from..to), EndBlock sets the output port once all are done. `in`
-    // may be overwritten after BeginBlock; `out` must stay until EndBlock.
-    bool BeginBlock(const double* in, double* out, size_t n, SimdLevel level);
-    void ResampleBlockRange(size_t from, size_t to);
-    void EndBlock();
-
     // The block at rest, for a caller that interpolates itself (see
     // AtRestDelay): true when no jitter offset is in force and the next n
     // firings keep their instants exact and increasing. Advance then leaves
@@ -82,6 +73,13 @@ public:
     void SettleDraws();
 
 private:
+    // RunBlock's three steps: BeginBlock does everything but the
+    // interpolation (the block's state is final after it),
+    // ResampleBlockRange(from, to) computes out[from..to), EndBlock sets the
+    // output port.
+    bool BeginBlock(const double* in, double* out, size_t n, SimdLevel level);
+    void ResampleBlockRange(size_t from, size_t to);
+    void EndBlock();
     bool IsReady() const;
     // Bit phase and, at mid-bit, a new jitter offset for input sample x.
     void Track(double x);

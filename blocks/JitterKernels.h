@@ -27,9 +27,9 @@ struct JitterWindow {
 
 // The delay block while no jitter offset is in force: output n interpolates
 // the samples around n - L at the instant (n - L) Ts, which the pipeline
-// computes from the count alone. Lanes outside the two entries around n - L
-// (never, for a normal Ts and counts far below 2^52) go to the fallback,
-// which returns output n from its window (W = 2L + 1 samples, oldest first).
+// computes from the count alone. Outputs left over after the last whole
+// vector come from the fallback, which returns output n from its window
+// (W = 2L + 1 samples, oldest first).
 struct AtRestDelay {
     int latency;            // L >= 1
     double sampleInterval;  // Ts, normal and positive

@@ -266,7 +266,7 @@ void KV2_RX::RunBlock(double* wave, size_t n, SimdLevel level) {
     double* filtered = m_vBlockScratch.data();
     double* delayed = filtered + kBlockChunk;
 
-    if (!filter.IsTwoBiquadCascade() || !J1.CanRunAtRest(n) || B2.OpenBlock(0) == nullptr) {
+    if (!filter.IsTwoBiquadCascade() || !J1.CanRunAtRest(n) || !B2.IsDesigned()) {
         for (size_t at = 0; at < n; at += kBlockChunk) {
             const size_t m = std::min(kBlockChunk, n - at);
             filter.RunBlock(wave + at, filtered, m);
