@@ -29,6 +29,14 @@ size_t PipelineGroup(SimdLevel level) {
     }
 }
 
+size_t PipelineLanes(SimdLevel level) {
+    switch (level) {
+        case SimdLevel::Avx512: return avx512::N;
+        case SimdLevel::Avx2: return avx2::N;
+        default: return sse2::N;
+    }
+}
+
 void PipelineSteady(SimdLevel level, TwoBiquadRecurrence& cascade, const PipelineArrays& a, size_t begin,
                     size_t groups, const double* firTaps, size_t T, const AtRestDelay& delay) {
     switch (level) {

@@ -214,14 +214,23 @@ double KV2_RX::RunPipeline(TwoBiquadRecurrence& cascade, double* wave, size_t n,
     const size_t T = B2.m_vTaps.size(), W = J1.m_vSamples.size(), G = PipelineGroup(level);
     const size_t sHistory = G + W, fHistory = 2 * G + T - 1;
     m_vPipeSamples.resize(sHistory + kPipelineWindow + G);
-    m_vPipeDelayed.resize(fHistory + kPipelineWindow + G);
     double* s = m_vPipeSamples.data() + sHistory;
-    double* f = m_vPipeDelayed.data() + fHistory;
     std::copy(J1.m_vSamples.begin(), J1.m_vSamples.end(), s - W);
+
+    // The delay outputs and their shifted copies (see PipelineArrays), f on
+    // a 64-byte boundary after the history.
+    const size_t copies = PipelineLanes(level), span = PipelineCopySpan(G, copies, T);
+    m_vPipeDelayed.resize(copies * span + 8);
+    const auto misalignment = reinterpret_cast<uintptr_t>(m_vPipeDelayed.data()) % 64 / sizeof(double);
+    double* f = m_vPipeDelayed.data() + (8 - misalignment) % 8 + (fHistory + 7) / 8 * 8;
+    const ptrdiff_t shift = static_cast<ptrdiff_t>(span) + 1;
+    const auto eachCopy = [&](auto&& write) {
+        for (size_t j = 0; j < copies; ++j) write(f + static_cast<ptrdiff_t>(j) * shift);
+    };
     const double* line = B2.OpenBlock(0);
-    std::copy(line, line + (T - 1), f - (T - 1));
+    eachCopy([&](double* copy) { std::copy(line, line + (T - 1), copy - (T - 1)); });
     const AtRestDelay delay = J1.AtRest();
-    PipelineArrays a{wave, s, f, wave, J1.m_iSampleCount};
+    PipelineArrays a{wave, s, f, wave, J1.m_iSampleCount, shift};
 
     // Filtered, delayed and summed up to rec, res and fir; the delay block's
     // and the FIR's own state have taken in samples up to jitterAt and lineAt.
@@ -237,7 +246,7 @@ double KV2_RX::RunPipeline(TwoBiquadRecurrence& cascade, double* wave, size_t n,
                 J1.Advance(s + jitterAt, static_cast<size_t>(rec - jitterAt), level);
                 B2.AdvanceLine(f + lineAt, static_cast<size_t>(res - lineAt));
                 std::copy(s + rec - sHistory, s + rec, s - sHistory);
-                std::copy(f + fir - (T - 1), f + res, f - fHistory);
+                eachCopy([&](double* copy) { std::copy(copy + fir - (T - 1), copy + res, copy - fHistory); });
                 a.x += rec, a.out += rec, a.firing += rec;
                 end -= rec, res -= rec, fir -= rec, rec = 0;
                 jitterAt = 0, lineAt = res;

@@ -156,7 +156,6 @@ private:
     double RunPipeline(TwoBiquadRecurrence& cascade, double* wave, size_t n, SimdLevel level);
 
     static constexpr size_t kBlockChunk = 256;     // samples per pass; bounds the scratch
-    static constexpr size_t kPipelineWindow = 1024;  // new samples the pipeline holds between shifts
     std::vector<double> m_vBlockScratch;           // 2 * kBlockChunk: filter output, delay output
     std::vector<double> m_vPipeSamples;            // the pipeline's filter outputs, with history
     std::vector<double> m_vPipeDelayed;            // its delay outputs, with history

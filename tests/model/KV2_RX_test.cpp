@@ -9,6 +9,7 @@
 #include <memory>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "CtleTable.h"
@@ -23,9 +24,11 @@ namespace {
 // A model with its external ports wired the way the entry points wire them.
 struct Harness {
     Harness() : m(std::make_unique<KV2_RX>()) { m->input.SetBuffer(&in, 1, 1, 0), m->output.SetBuffer(&out, 1, 1, 0); }
-    Harness(int eq, double sampleRate) : Harness() {
+    // A FIR length other than the model's 64 is set by re-initializing it.
+    Harness(int eq, double sampleRate, int firTaps = 64) : Harness() {
         m->EQ = eq, m->SampleRate = sampleRate, m->SamplesPerBit = 32;
         ok = Start();
+        if (firTaps != m->B2.NumTaps) m->B2.NumTaps = firTaps, ok = ok && m->B2.Initialize();
     }
     bool Start() { return m->Setup() && m->Initialize(); }
     // Runs every sample of `wave` through Run, in place; false when a Run failed.
@@ -127,10 +130,11 @@ TEST(KV2_RX_RunBlock, EveryPathGivesThePerSampleBitsAndLeavesTheSameState) {
     }
 }
 
-TEST(KV2_RX_RunBlock, LateFiringsKeepThePerSampleBits) {
+TEST(KV2_RX_RunBlock, LateFiringsAndOtherFilterLengthsKeepThePerSampleBits) {
     // The delay's instants grow with the firing count: far into a run, up to
     // the last count the vector form takes and just past it. The history's
-    // instants are set as that many samples would have left them.
+    // instants are set as that many samples would have left them. FIR lengths
+    // other than the model's own take the pipeline's general tap schedule.
     const auto lateBy = [](KV2_RX& m, int64_t start) {
         JitterGenerator& j = m.J1;
         const int64_t W = static_cast<int64_t>(j.m_vTimes.size());
@@ -140,14 +144,15 @@ TEST(KV2_RX_RunBlock, LateFiringsKeepThePerSampleBits) {
     const size_t n = 6000;
     const std::vector<double> wave = Wave(n, 0.4);
     for (const int64_t start : {int64_t{1} << 30, (int64_t{1} << 50) - 8000, (int64_t{1} << 50) + 3}) {
-        for (double rate : {1e12, 3.2e11}) {
-            Harness reference(9, rate);
+        for (const auto [rate, firTaps] : {std::pair{1e12, 64}, {3.2e11, 64}, {1e12, 70}, {3.2e11, 13}}) {
+            Harness reference(9, rate, firTaps);
             ASSERT_TRUE(reference.ok);
             lateBy(*reference.m, start);
             const std::vector<double> expected = reference.Process(wave);
             for (SimdLevel level : SupportedSimdLevels()) {
-                SCOPED_TRACE(std::to_string(start) + " " + std::to_string(rate) + " " + SimdLevelName(level));
-                Harness h(9, rate);
+                SCOPED_TRACE(std::to_string(start) + " " + std::to_string(rate) + " " + std::to_string(firTaps) + " " +
+                             SimdLevelName(level));
+                Harness h(9, rate, firTaps);
                 lateBy(*h.m, start);
                 std::vector<double> got = wave;
                 for (size_t at = 0; at < n; at += 1280) h.m->RunBlock(got.data() + at, std::min<size_t>(1280, n - at), level);
