@@ -29,12 +29,18 @@ struct TwoBiquadRecurrence {
           w1(state1[0]), w2(state2[0]), v1(state1[1]), v2(state2[1]) {}
 
     // One input sample through both sections; returns the second's output.
-    double Step(double x) {
+    double Step(double x) { return Section1(Section0(x)); }
+
+    double Section0(double x) {
         const double w = (x - a1 * w1) - a2 * w2;
         y = (b1 * w1 + b0 * w) + b2 * w2;
         w2 = w1;
         w1 = w;
-        const double v = (y - c1 * v1) - c2 * v2;
+        return y;
+    }
+
+    double Section1(double in) {
+        const double v = (in - c1 * v1) - c2 * v2;
         const double z = (d1 * v1 + d0 * v) + d2 * v2;
         v2 = v1;
         v1 = v;
@@ -47,6 +53,53 @@ struct TwoBiquadRecurrence {
         state1[1] = v1;
         state2[1] = v2;
     }
+};
+
+// The same recurrence with both sections side by side in the two lanes of a
+// vector, the second two samples behind the first: one vector step does the
+// work of two scalar sections, with the same operations in every lane. (Two
+// samples, not one: with one the second lane would wait on the first's output
+// of the step before and add its latency to every step.) Built from a
+// cascade and the next two inputs, which go through the first section alone;
+// Finish puts the last two samples through the second and hands the cascade
+// back.
+struct PairedRecurrence {
+    typedef double V2 __attribute__((vector_size(2 * sizeof(double))));
+    V2 a1, a2, b0, b1, b2;  // section 0's coefficient in lane 0, section 1's in lane 1
+    V2 u1, u2;              // {w[n-1], v[n-3]}, {w[n-2], v[n-4]} before the step for sample n
+    double y1, y2;          // section 0's outputs y[n-1], y[n-2]
+
+    PairedRecurrence(TwoBiquadRecurrence c, const double* x)
+        : a1{c.a1, c.c1}, a2{c.a2, c.c2}, b0{c.b0, c.d0}, b1{c.b1, c.d1}, b2{c.b2, c.d2}, m_cCoefficients(c) {
+        y2 = c.Section0(x[0]);
+        y1 = c.Section0(x[1]);
+        u1 = V2{c.w1, c.v1};
+        u2 = V2{c.w2, c.v2};
+    }
+
+    // Sample n into the first section; returns the second's output for n - 2.
+    double Step(double x) {
+        const V2 u = (V2{x, y2} - a1 * u1) - a2 * u2;
+        const V2 out = (b1 * u1 + b0 * u) + b2 * u2;
+        u2 = u1;
+        u1 = u;
+        y2 = y1;
+        y1 = out[0];
+        return out[1];
+    }
+
+    // The second section's outputs for the two samples still pending, into
+    // out[0] and out[1]; returns the cascade after them.
+    TwoBiquadRecurrence Finish(double* out) const {
+        TwoBiquadRecurrence c = m_cCoefficients;
+        c.w1 = u1[0], c.w2 = u2[0], c.v1 = u1[1], c.v2 = u2[1], c.y = y1;
+        out[0] = c.Section1(y2);
+        out[1] = c.Section1(y1);
+        return c;
+    }
+
+private:
+    TwoBiquadRecurrence m_cCoefficients;
 };
 
 // Divides a section's b0, b1, b2, a1, a2 (taps[0..5] = b0 b1 b2 a0 a1 a2) by

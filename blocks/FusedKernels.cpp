@@ -37,7 +37,7 @@ size_t PipelineLanes(SimdLevel level) {
     }
 }
 
-void PipelineSteady(SimdLevel level, TwoBiquadRecurrence& cascade, const PipelineArrays& a, size_t begin,
+void PipelineSteady(SimdLevel level, PairedRecurrence& cascade, const PipelineArrays& a, size_t begin,
                     size_t groups, const double* firTaps, size_t T, const AtRestDelay& delay) {
     switch (level) {
         case SimdLevel::Avx512: avx512::Steady(cascade, a, begin, groups, firTaps, T, delay); break;

@@ -57,10 +57,12 @@ constexpr size_t PipelineCopySpan(size_t G, size_t N, size_t T) {
 // The pipeline's steady state: for every group of G samples (G = 64 with
 // AVX-512, 32 with AVX2, 16 otherwise) from `begin` on, `groups` of them:
 // recurrence of [i, i + G), delay outputs [i - G, i), FIR outputs
-// [i - 2G, i - G). Everything before `begin` must be in place in s and f.
+// [i - 2G, i - G). Everything before `begin` must be in place in s and f;
+// the recurrence's first section has taken in x up to begin + 1 and goes on
+// to begin + groups * G + 1.
 size_t PipelineGroup(SimdLevel level);
 size_t PipelineLanes(SimdLevel level);
-void PipelineSteady(SimdLevel level, TwoBiquadRecurrence& cascade, const PipelineArrays& a, size_t begin,
+void PipelineSteady(SimdLevel level, PairedRecurrence& cascade, const PipelineArrays& a, size_t begin,
                     size_t groups, const double* firTaps, size_t T, const AtRestDelay& delay);
 
 // Delay outputs [begin, end) alone.

@@ -237,11 +237,12 @@ double KV2_RX::RunPipeline(TwoBiquadRecurrence& cascade, double* wave, size_t n,
     // Between shifts the pending delay and FIR outputs lie before index 0.
     ptrdiff_t rec = 0, res = 0, fir = 0, jitterAt = 0, lineAt = 0, end = static_cast<ptrdiff_t>(n);
     const ptrdiff_t g = static_cast<ptrdiff_t>(G), window = static_cast<ptrdiff_t>(kPipelineWindow);
-    if (end >= 3 * g) {
+    if (end >= 3 * g + 2) {
         for (; rec < 2 * g; ++rec) s[rec] = cascade.Step(wave[rec]);
         DelayAtRest(level, a, 0, G, delay);
         res = g;
-        while (rec + g <= end) {
+        PairedRecurrence paired(cascade, a.x + rec);
+        while (rec + g + 2 <= end) {
             if (rec + g > window) {
                 J1.Advance(s + jitterAt, static_cast<size_t>(rec - jitterAt), level);
                 B2.AdvanceLine(f + lineAt, static_cast<size_t>(res - lineAt));
@@ -251,10 +252,12 @@ double KV2_RX::RunPipeline(TwoBiquadRecurrence& cascade, double* wave, size_t n,
                 end -= rec, res -= rec, fir -= rec, rec = 0;
                 jitterAt = 0, lineAt = res;
             }
-            const ptrdiff_t groups = std::min(end - rec, window - rec) / g;
-            PipelineSteady(level, cascade, a, static_cast<size_t>(rec), static_cast<size_t>(groups), taps, T, delay);
+            const ptrdiff_t groups = std::min(end - 2 - rec, window - rec) / g;
+            PipelineSteady(level, paired, a, static_cast<size_t>(rec), static_cast<size_t>(groups), taps, T, delay);
             rec += groups * g, res += groups * g, fir += groups * g;
         }
+        cascade = paired.Finish(s + rec);
+        rec += 2;
     }
     for (; rec < end; ++rec) s[rec] = cascade.Step(a.x[rec]);
     DelayAtRest(level, a, static_cast<size_t>(res), static_cast<size_t>(end), delay);

@@ -144,7 +144,7 @@ TEST(KV2_RX_RunBlock, LateFiringsAndOtherFilterLengthsKeepThePerSampleBits) {
     const size_t n = 6000;
     const std::vector<double> wave = Wave(n, 0.4);
     for (const int64_t start : {int64_t{1} << 30, (int64_t{1} << 50) - 8000, (int64_t{1} << 50) + 3}) {
-        for (const auto [rate, firTaps] : {std::pair{1e12, 64}, {3.2e11, 64}, {1e12, 70}, {3.2e11, 13}}) {
+        for (const auto& [rate, firTaps] : {std::pair{1e12, 64}, {3.2e11, 64}, {1e12, 70}, {3.2e11, 13}}) {
             Harness reference(9, rate, firTaps);
             ASSERT_TRUE(reference.ok);
             lateBy(*reference.m, start);
