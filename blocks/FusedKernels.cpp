@@ -38,11 +38,11 @@ size_t PipelineLanes(SimdLevel level) {
 }
 
 void PipelineSteady(SimdLevel level, PairedRecurrence& cascade, const PipelineArrays& a, size_t begin,
-                    size_t groups, const double* firTaps, size_t T, const AtRestDelay& delay) {
+                    size_t groups, const double* firTaps, size_t T, const AtRestDelay& delay, size_t warm) {
     switch (level) {
-        case SimdLevel::Avx512: avx512::Steady(cascade, a, begin, groups, firTaps, T, delay); break;
-        case SimdLevel::Avx2: avx2::Steady(cascade, a, begin, groups, firTaps, T, delay); break;
-        default: sse2::Steady(cascade, a, begin, groups, firTaps, T, delay); break;
+        case SimdLevel::Avx512: avx512::Steady(cascade, a, begin, groups, firTaps, T, delay, warm); break;
+        case SimdLevel::Avx2: avx2::Steady(cascade, a, begin, groups, firTaps, T, delay, warm); break;
+        default: sse2::Steady(cascade, a, begin, groups, firTaps, T, delay, warm); break;
     }
 }
 

@@ -238,10 +238,11 @@ double KV2_RX::RunPipeline(TwoBiquadRecurrence& cascade, double* wave, size_t n,
     ptrdiff_t rec = 0, res = 0, fir = 0, jitterAt = 0, lineAt = 0, end = static_cast<ptrdiff_t>(n);
     const ptrdiff_t g = static_cast<ptrdiff_t>(G), window = static_cast<ptrdiff_t>(kPipelineWindow);
     if (end >= 3 * g + 2) {
-        for (; rec < 2 * g; ++rec) s[rec] = cascade.Step(wave[rec]);
-        DelayAtRest(level, a, 0, G, delay);
-        res = g;
-        PairedRecurrence paired(cascade, a.x + rec);
+        // The first two groups fill the pipeline: nothing is delayed or summed
+        // before them.
+        size_t warm = 2;
+        res = -g, fir = -2 * g;
+        PairedRecurrence paired(cascade, a.x);
         while (rec + g + 2 <= end) {
             if (rec + g > window) {
                 J1.Advance(s + jitterAt, static_cast<size_t>(rec - jitterAt), level);
@@ -253,7 +254,9 @@ double KV2_RX::RunPipeline(TwoBiquadRecurrence& cascade, double* wave, size_t n,
                 jitterAt = 0, lineAt = res;
             }
             const ptrdiff_t groups = std::min(end - 2 - rec, window - rec) / g;
-            PipelineSteady(level, paired, a, static_cast<size_t>(rec), static_cast<size_t>(groups), taps, T, delay);
+            PipelineSteady(level, paired, a, static_cast<size_t>(rec), static_cast<size_t>(groups), taps, T, delay,
+                           warm);
+            warm -= std::min(warm, static_cast<size_t>(groups));
             rec += groups * g, res += groups * g, fir += groups * g;
         }
         cascade = paired.Finish(s + rec);
