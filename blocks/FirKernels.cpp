@@ -59,7 +59,8 @@ void FirDispatch(SimdLevel level, const double* taps, size_t T, const double* x,
     switch (level) {
         case SimdLevel::Avx512: FirAvx512(taps, T, x, out, n); break;
         case SimdLevel::Avx2: FirAvx2(taps, T, x, out, n); break;
-        default: FirScalar(taps, T, x, out, 0, n); break;
+        // Baseline x86-64 has SSE2: two lanes, each still one sequential sum.
+        default: FirLanes<2>(taps, T, x, out, n); break;
     }
 }
 
