@@ -4,9 +4,10 @@
 // The two-biquad recurrence is bound by the latency of its own arithmetic and
 // leaves the core's vector units idle; the delay's interpolation and the FIR
 // sums are bound by those units (and the divider) and do not depend on the
-// recurrence's latest samples. One loop body therefore carries the
-// recurrence of group t, the interpolation of group t - 1 and the FIR sums of
-// group t - 2, so that the out-of-order core runs them side by side. The
+// recurrence's latest samples. One pass of the loop therefore computes the
+// interpolation of group t - 1 in one burst and then steps the recurrence of
+// group t with the FIR sums of group t - 2 interleaved, so that the
+// out-of-order core runs the sums beside the recurrence's chain. The
 // arithmetic of each is exactly that of its per-sample form.
 #pragma once
 
