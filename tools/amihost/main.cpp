@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/base/DeferredStop.h"
 #include "tools/campaign/Campaign.h"
 #include "tools/signal/Channel.h"
 #include "tools/host/Host.h"
@@ -109,6 +110,7 @@ int RunInWorker(const amihost::HostOptions& o, int callTimeoutSeconds) {
         // Not exit(): the model's exit handlers are not the run's outcome.
         _exit(code);
     }
+    amihost::ForwardStopsTo(worker);
     auto fail = [&](ExitCode code, const std::string& what) {
         std::cout.flush();
         std::fprintf(stderr, "amihost: %s: %s\n", amihost::ExitCodeName(code), what.c_str());
@@ -164,6 +166,7 @@ int Merge(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     using amihost::ExitCode;
+    amihost::InstallDeferredStop();  // a stop lands between whole files
     if (argc > 1 && std::string(argv[1]) == "merge") return Merge(argc - 1, argv + 1);
     amihost::HostOptions o;
     // Counts are read signed and range-checked here, so that "-1" is refused

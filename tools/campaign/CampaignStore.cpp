@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
+#include "tools/base/DeferredStop.h"
 #include "tools/base/HostError.h"
 #include "tools/base/InputFile.h"
 #include "tools/host/RunReport.h"
@@ -118,6 +119,8 @@ std::string CampaignStore::ChannelPath(const std::string& dir, size_t channel) {
 }
 
 void CampaignStore::WritePoint(const std::string& dir, size_t index, const PointResult& p) {
+    // The eye and the result are one point's: a stop waits for both.
+    const WholeFileWrite whole;
     CreateOutDir((std::filesystem::path(dir) / "points").string());
     if (p.fWriteEye) {
         const std::string png = PointPath(dir, index, "png");

@@ -10,6 +10,7 @@
 #include <fstream>
 #include <unistd.h>
 
+#include "tools/base/DeferredStop.h"
 #include "tools/base/HostError.h"
 #include "tools/base/HtmlPage.h"
 #include "tools/eye/EyePlot.h"
@@ -74,7 +75,8 @@ nlohmann::ordered_json RunJson(const Outcome& o, double bitTime) {
 
 void WriteText(const std::string& path, const std::string& text) {
     // Written aside and renamed, so that a stopped run leaves the old file
-    // or the new one, never half of one.
+    // or the new one, never half of one (a stop waits for the rename).
+    const WholeFileWrite whole;
     const std::string part = path + ".part";
     {
         std::ofstream f(part, std::ios::binary);
