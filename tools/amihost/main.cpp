@@ -119,13 +119,20 @@ int RunInWorker(const amihost::HostOptions& o, int callTimeoutSeconds) {
     int status = 0;
     for (;;) {
         const pid_t w = waitpid(worker, &status, WNOHANG);
-        if (w == worker) break;
-        if (w < 0 && errno != EINTR) return fail(ExitCode::kModelCrashed, "lost the worker process");
+        if (w == worker) {
+            amihost::ForwardStopsTo(0);
+            break;
+        }
+        if (w < 0 && errno != EINTR) {
+            amihost::ForwardStopsTo(0);
+            return fail(ExitCode::kModelCrashed, "lost the worker process");
+        }
         int64_t since = 0;
         const std::string where = ModelWatch::Oldest(*watch, &since);
         if (!where.empty() && ModelWatch::NowNs() - since > int64_t(callTimeoutSeconds) * 1000000000) {
             kill(worker, SIGKILL);
             waitpid(worker, nullptr, 0);
+            amihost::ForwardStopsTo(0);
             return fail(ExitCode::kModelHung, "the model did not return from " + where + " within " +
                                                   std::to_string(callTimeoutSeconds) + " s (--call-timeout)");
         }

@@ -28,7 +28,13 @@ void OnStop(int sig) {
     if (g_writes.load() == 0) StopNow(sig);
 }
 
-void PassOn(int sig) { kill(g_child.load(), sig); }
+void PassOn(int sig) {
+    const int child = g_child.load();
+    if (child > 0)
+        kill(child, sig);
+    else
+        StopNow(sig);
+}
 
 void Handle(void (*handler)(int), bool onlyDefault) {
     for (int sig : {SIGINT, SIGTERM, SIGHUP}) {

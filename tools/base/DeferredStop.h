@@ -13,7 +13,9 @@ void InstallDeferredStop();
 
 // In a process that only waits for a child doing the writing: a stop is
 // passed on to the child, which ends after its writes, instead of ending
-// this process (and the child with it) at once.
+// this process (and the child with it) at once. Once the child is reaped,
+// ForwardStopsTo(0): a stop then ends this process at once (its pid may be
+// another process's by then).
 void ForwardStopsTo(int child);
 
 // Held while one whole file is written and renamed; any number at a time,
