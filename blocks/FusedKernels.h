@@ -61,9 +61,10 @@ constexpr size_t PipelineCopySpan(size_t G, size_t N, size_t T) {
 // [i - 2G, i - G). Everything before `begin` must be in place in s and f;
 // the recurrence's first section has taken in x up to begin + 1 and goes on
 // to begin + groups * G + 1. The first `warm` (0 to 2) groups start the
-// pipeline instead: with warm = 2 at begin = 0 only s needs its history, f
-// the FIR's line before 0, and the first delay and FIR outputs are those of
-// the third group.
+// pipeline instead, the recurrence alone and the delay in the last of them:
+// with warm = 2 at begin = 0 only s needs its history and f the FIR's line
+// before 0; the second group computes the first delay outputs, the third
+// the first FIR outputs.
 size_t PipelineGroup(SimdLevel level);
 size_t PipelineLanes(SimdLevel level);
 void PipelineSteady(SimdLevel level, PairedRecurrence& cascade, const PipelineArrays& a, size_t begin,

@@ -418,11 +418,17 @@ size_t JitterGenerator::AdvancePhase(const double* x, size_t n, double& prev, in
             continue;
         }
         const size_t j = NextSignChange(level, x, i + 1, n);
-        const size_t steps = j - i;
-        // Step k (0-based) leaves phase + k + 1, mid-bit when k = toMid (mod SPB).
-        const size_t toMid = static_cast<size_t>(((mid - phase - 1) % SPB + SPB) % SPB);
-        if (steps > toMid) draws += 1 + (steps - 1 - toMid) / static_cast<size_t>(SPB);
-        phase = static_cast<int>((static_cast<size_t>(phase) + steps) % static_cast<size_t>(SPB));
+        const size_t steps = j - i, spb = static_cast<size_t>(SPB);
+        // Step k (0-based) leaves phase + k + 1, mid-bit when k = toMid (mod
+        // SPB). Runs are mostly shorter than a few bits: the divisions are
+        // left to the long ones (each costs the divider many cycles a run).
+        const int distance = mid - phase - 1;  // in (-SPB, SPB): phase and mid lie in [0, SPB)
+        const size_t toMid = static_cast<size_t>(distance < 0 ? distance + SPB : distance);
+        const bool reaches = steps > toMid;
+        const size_t rest = reaches ? steps - 1 - toMid : 0;
+        draws += static_cast<size_t>(reaches) + (rest < spb ? 0 : rest / spb);
+        const size_t next = static_cast<size_t>(phase) + steps;
+        phase = static_cast<int>(next < spb ? next : next < 2 * spb ? next - spb : next % spb);
         prev = x[j - 1];
         i = j;
     }

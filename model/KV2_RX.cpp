@@ -262,7 +262,11 @@ double KV2_RX::RunPipeline(TwoBiquadRecurrence& cascade, double* wave, size_t n,
         cascade = paired.Finish(s + rec);
         rec += 2;
     }
-    for (; rec < end; ++rec) s[rec] = cascade.Step(a.x[rec]);
+    // A local copy keeps the state in registers: through the reference every
+    // step's chain would pass through memory.
+    TwoBiquadRecurrence last = cascade;
+    for (; rec < end; ++rec) s[rec] = last.Step(a.x[rec]);
+    cascade = last;
     DelayAtRest(level, a, static_cast<size_t>(res), static_cast<size_t>(end), delay);
     FirBlock(level, taps, T, f + fir - (T - 1), a.out + fir, static_cast<size_t>(end - fir));
     J1.Advance(s + jitterAt, static_cast<size_t>(end - jitterAt), level);

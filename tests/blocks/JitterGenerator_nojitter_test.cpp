@@ -17,11 +17,12 @@ using namespace TesselModelBuilder;
 
 TEST(JitterGenerator_NoJitter, BlockFormMatchesRunAndOwesOneDrawPerMidBit) {
     // Runs of random length and level (sign changes anywhere, runs far longer
-    // than a bit, zeros of both signs, subnormals), then a settled stretch.
+    // than a bit, zeros of both signs, subnormals whose products
+    // underflow to -0.0), then a settled stretch.
     std::mt19937 rng(3);
     std::vector<double> xs;
-    const double levels[] = {0.5, -0.5, 0.0, -0.0, 1e-310, 0.25};
-    while (xs.size() < 6000) xs.insert(xs.end(), rng() % 300 + 1, levels[rng() % 6]);
+    const double levels[] = {0.5, -0.5, 0.0, -0.0, 1e-310, -1e-310, 0.25};
+    while (xs.size() < 6000) xs.insert(xs.end(), rng() % 300 + 1, levels[rng() % 7]);
     xs.insert(xs.end(), 2000, 0.125);
     // In the last case DJ is zeroed after Initialize: the generator keeps its
     // width, so the offsets are real and nothing may be skipped.
