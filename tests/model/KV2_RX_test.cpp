@@ -92,8 +92,9 @@ TEST(KV2_RX, DefaultsSetUpAndFailuresAreReportedByTheBlocks) {
 TEST(KV2_RX_RunBlock, EveryPathGivesThePerSampleBitsAndLeavesTheSameState) {
     // Every setting, several rates, random and PRBS waves, every instruction
     // set this processor has; block sizes as hosts send them (empty and
-    // single-sample calls included), or blocks alternating with per-sample runs.
-    const size_t n = 6000, splits[] = {1, 0, 813, 7, 1024, 1280, 0, 2049, 3, 5000};
+    // single-sample calls included, and sizes that leave one group after the
+    // pipeline's window moves), or blocks alternating with per-sample runs.
+    const size_t n = 8000, splits[] = {1, 0, 813, 7, 1024, 1280, 0, 1060, 1050, 1100, 2049, 3, 5000};
     const std::vector<double> waves[] = {Wave(n, 0.4), Wave(n, 0.0)};
     for (double rate : {1e12, 5e11, 3.2e11}) {
         for (int eq = 0; eq < 16; ++eq) {
