@@ -56,7 +56,7 @@ constexpr size_t PipelineCopySpan(size_t G, size_t N, size_t T) {
 }
 
 // The pipeline's steady state: for every group of G samples (G = 64 with
-// AVX-512, 32 with AVX2, 16 otherwise) from `begin` on, `groups` of them:
+// AVX-512, 24 with AVX2, 16 otherwise) from `begin` on, `groups` of them:
 // recurrence of [i, i + G), delay outputs [i - G, i), FIR outputs
 // [i - 2G, i - G). Everything before `begin` must be in place in s and f;
 // the recurrence's first section has taken in x up to begin + 1 and goes on
