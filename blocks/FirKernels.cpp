@@ -24,25 +24,44 @@ void FirScalar(const double* taps, size_t T, const double* x, double* out, size_
     }
 }
 
-// Whole groups of outputs first (enough sums in flight to hide the latency
-// of the adds), then single vectors, then the scalar remainder.
+template <int N>
+KV2_LANES_INLINE void FirGroupAt(const double* taps, size_t T, const double* x, double* out, size_t i) {
+    const double* newest = x + (T - 1) + i;
+    FirGroup<N> g;
+    Clear(g);
+    for (size_t k = 0; k < T; ++k) AddTap(g, Broadcast<N>(taps[k]), newest - k);
+    Store(g, out + i);
+}
+
+template <int N>
+KV2_LANES_INLINE void FirVectorAt(const double* taps, size_t T, const double* x, double* out, size_t i) {
+    const double* newest = x + (T - 1) + i;
+    typename Lanes<N>::V a{};
+    for (size_t k = 0; k < T; ++k) a = a + Broadcast<N>(taps[k]) * Load<N>(newest - k);
+    Store<N>(out + i, a);
+}
+
+// Whole groups of outputs (enough sums in flight to hide the latency of the
+// adds). A remainder is one more group ending at n, over outputs already
+// written: each lane is the same sequential sum, so they get the same bits,
+// and one group costs less than the remainder's sums one chain at a time.
+// Fewer outputs than a group go by vectors the same way, then by scalars.
 template <int N>
 KV2_LANES_INLINE void FirLanes(const double* taps, size_t T, const double* x, double* out, size_t n) {
-    size_t i = 0;
-    for (; i + FirGroup<N>::kOutputs <= n; i += FirGroup<N>::kOutputs) {
-        const double* newest = x + (T - 1) + i;
-        FirGroup<N> g;
-        Clear(g);
-        for (size_t k = 0; k < T; ++k) AddTap(g, Broadcast<N>(taps[k]), newest - k);
-        Store(g, out + i);
+    constexpr size_t kGroup = FirGroup<N>::kOutputs;
+    if (n >= kGroup) {
+        size_t i = 0;
+        for (; i + kGroup <= n; i += kGroup) FirGroupAt<N>(taps, T, x, out, i);
+        if (i < n) FirGroupAt<N>(taps, T, x, out, n - kGroup);
+        return;
     }
-    for (; i + N <= n; i += N) {
-        const double* newest = x + (T - 1) + i;
-        typename Lanes<N>::V a{};
-        for (size_t k = 0; k < T; ++k) a = a + Broadcast<N>(taps[k]) * Load<N>(newest - k);
-        Store<N>(out + i, a);
+    if (n >= N) {
+        size_t i = 0;
+        for (; i + N <= n; i += N) FirVectorAt<N>(taps, T, x, out, i);
+        if (i < n) FirVectorAt<N>(taps, T, x, out, n - N);
+        return;
     }
-    FirScalar(taps, T, x, out, i, n);
+    FirScalar(taps, T, x, out, 0, n);
 }
 
 __attribute__((target("avx2"))) void FirAvx2(const double* taps, size_t T, const double* x, double* out, size_t n) {
