@@ -44,7 +44,7 @@ struct PipelineArrays {
 };
 
 // New samples the pipeline holds between shifts of its window.
-constexpr size_t kPipelineWindow = 1024;
+constexpr size_t kPipelineWindow = 2048;
 
 // The span of one copy of the delay outputs in a window for T taps and
 // groups of G over N lanes: the FIR's history, the window, a group and the

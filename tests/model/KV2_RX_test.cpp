@@ -14,6 +14,7 @@
 
 #include "CtleTable.h"
 #include "SameBits.h"
+#include "blocks/FusedKernels.h"
 #include "model/KV2_RX.h"
 
 using namespace TesselModelBuilder;
@@ -94,7 +95,8 @@ TEST(KV2_RX_RunBlock, EveryPathGivesThePerSampleBitsAndLeavesTheSameState) {
     // set this processor has; block sizes as hosts send them (empty and
     // single-sample calls included, and sizes that leave one group after the
     // pipeline's window moves), or blocks alternating with per-sample runs.
-    const size_t n = 8000, splits[] = {1, 0, 813, 7, 1024, 1280, 0, 1060, 1050, 1100, 2049, 3, 5000};
+    const size_t W = kPipelineWindow;
+    const size_t n = 12000, splits[] = {1, 0, 813, 7, 1024, 1280, 0, W + 36, W + 26, W + 76, 2049, 3, 5000};
     const std::vector<double> waves[] = {Wave(n, 0.4), Wave(n, 0.0)};
     for (double rate : {1e12, 5e11, 3.2e11}) {
         for (int eq = 0; eq < 16; ++eq) {
