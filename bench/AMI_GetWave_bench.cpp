@@ -317,7 +317,7 @@ BENCHMARK(ChannelsSideBySide)->Name("f_channels")->Threads(1)->Threads(2)->UseRe
 
 // The floor, the peak rates and the block path once more, interleaved: round
 // after round the floor over 1280 samples, one run of each peak loop and one
-// 1280-sample call per level, every 64th round a 10^6-sample call per level;
+// 1280-sample call per level, every 16th round a 10^6-sample call per level;
 // each figure the fastest of its rounds. On a shared core other work comes
 // and goes within a run: whole benchmarks, one after the other, each catch a
 // different share of it (their ratios moved by a fifth from run to run),
@@ -361,7 +361,7 @@ Interleaved MeasureInterleaved(size_t rounds) {
             shortModels[level]->m->RunBlock(wave.data(), wave.size(), level);
             benchmark::ClobberMemory();
             keepFastest(r.block[level], nsSince(start) / static_cast<double>(wave.size()));
-            if (r.rounds % 64 != 0) continue;
+            if (r.rounds % 16 != 0) continue;
             std::copy(longWave.begin(), longWave.end(), longCopy.begin());
             benchmark::ClobberMemory();
             start = Clock::now();
@@ -369,7 +369,7 @@ Interleaved MeasureInterleaved(size_t rounds) {
             benchmark::ClobberMemory();
             keepFastest(r.blockLong[level], nsSince(start) / static_cast<double>(longCopy.size()));
         }
-        r.longRounds += r.rounds % 64 == 0;
+        r.longRounds += r.rounds % 16 == 0;
     }
     return r;
 }
