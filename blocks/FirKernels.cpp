@@ -24,28 +24,30 @@ void FirScalar(const double* taps, size_t T, const double* x, double* out, size_
     }
 }
 
-template <int N>
+template <int N, int R = 8>
 KV2_LANES_INLINE void FirGroupAt(const double* taps, size_t T, const double* x, double* out, size_t i) {
     const double* newest = x + (T - 1) + i;
-    FirGroup<N> g;
+    FirGroup<N, R> g;
     Clear(g);
     for (size_t k = 0; k < T; ++k) AddTap(g, Broadcast<N>(taps[k]), newest - k);
     Store(g, out + i);
 }
 
-template <int N>
-KV2_LANES_INLINE void FirVectorAt(const double* taps, size_t T, const double* x, double* out, size_t i) {
-    const double* newest = x + (T - 1) + i;
-    typename Lanes<N>::V a{};
-    for (size_t k = 0; k < T; ++k) a = a + Broadcast<N>(taps[k]) * Load<N>(newest - k);
-    Store<N>(out + i, a);
+// Fewer outputs than a group: their R whole vectors as one group (R fixed at
+// compile time), and the last few once more by overlap.
+template <int N, int R = FirGroup<N>::kOutputs / N - 1>
+KV2_LANES_INLINE void FirFewerThanAGroup(const double* taps, size_t T, const double* x, double* out, size_t n) {
+    if constexpr (R > 1) {
+        if (n < R * N) return FirFewerThanAGroup<N, R - 1>(taps, T, x, out, n);
+    }
+    FirGroupAt<N, R>(taps, T, x, out, 0);
+    if (n > R * N) FirGroupAt<N, 1>(taps, T, x, out, n - N);
 }
 
 // Whole groups of outputs (enough sums in flight to hide the latency of the
 // adds). A remainder is one more group ending at n, over outputs already
 // written: each lane is the same sequential sum, so they get the same bits,
 // and one group costs less than the remainder's sums one chain at a time.
-// Fewer outputs than a group go by vectors the same way, then by scalars.
 template <int N>
 KV2_LANES_INLINE void FirLanes(const double* taps, size_t T, const double* x, double* out, size_t n) {
     constexpr size_t kGroup = FirGroup<N>::kOutputs;
@@ -53,15 +55,11 @@ KV2_LANES_INLINE void FirLanes(const double* taps, size_t T, const double* x, do
         size_t i = 0;
         for (; i + kGroup <= n; i += kGroup) FirGroupAt<N>(taps, T, x, out, i);
         if (i < n) FirGroupAt<N>(taps, T, x, out, n - kGroup);
-        return;
+    } else if (n >= N) {
+        FirFewerThanAGroup<N>(taps, T, x, out, n);
+    } else {
+        FirScalar(taps, T, x, out, 0, n);
     }
-    if (n >= N) {
-        size_t i = 0;
-        for (; i + N <= n; i += N) FirVectorAt<N>(taps, T, x, out, i);
-        if (i < n) FirVectorAt<N>(taps, T, x, out, n - N);
-        return;
-    }
-    FirScalar(taps, T, x, out, 0, n);
 }
 
 __attribute__((target("avx2"))) void FirAvx2(const double* taps, size_t T, const double* x, double* out, size_t n) {
