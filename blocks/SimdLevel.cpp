@@ -6,7 +6,7 @@ namespace TesselModelBuilder {
 SimdLevel DetectSimdLevel() {
 #if defined(__x86_64__) || defined(__i386__)
     __builtin_cpu_init();
-    if (__builtin_cpu_supports("avx512f")) return SimdLevel::Avx512;
+    if (__builtin_cpu_supports(KV2_EIGHT_LANE_TARGET)) return SimdLevel::Avx512;
     if (__builtin_cpu_supports("avx2")) return SimdLevel::Avx2;
 #endif
     return SimdLevel::Scalar;

@@ -20,4 +20,15 @@ std::vector<SimdLevel> SupportedSimdLevels();
 
 const char* SimdLevelName(SimdLevel level);
 
+// The instruction set the eight-lane kernels are compiled for. A check build
+// (KV2_EIGHT_LANES_ON_AVX2) lowers them to AVX2 instead, each vector a pair of
+// 256-bit halves with the same lane arithmetic, and offers the AVX-512 level
+// wherever AVX2 runs: their grouping, remainders and masks are then tested on
+// machines without AVX-512.
+#ifdef KV2_EIGHT_LANES_ON_AVX2
+#define KV2_EIGHT_LANE_TARGET "avx2"
+#else
+#define KV2_EIGHT_LANE_TARGET "avx512f"
+#endif
+
 }  // namespace TesselModelBuilder
