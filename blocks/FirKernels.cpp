@@ -66,8 +66,8 @@ __attribute__((target("avx2"))) void FirAvx2(const double* taps, size_t T, const
     FirLanes<4>(taps, T, x, out, n);
 }
 
-__attribute__((target(KV2_EIGHT_LANE_TARGET))) void FirAvx512(const double* taps, size_t T, const double* x, double* out,
-                                                  size_t n) {
+__attribute__((target(KV2_EIGHT_LANE_TARGET))) void FirAvx512(const double* taps, size_t T, const double* x,
+                                                              double* out, size_t n) {
     FirLanes<8>(taps, T, x, out, n);
 }
 
